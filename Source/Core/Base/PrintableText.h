@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace corvid {
+
+/// Appends `text` to `out` so that it keeps to one line and no terminal or editor acts on it.
+///
+/// Control characters become `\n`, `\r`, `\t` or `\x1b`; line and paragraph separators, marks that
+/// turn the direction of writing, invisible format characters and C1 controls become `\u{202e}`;
+/// a byte that is not UTF-8 becomes `\xff`. A backslash is doubled, so that an escape cannot be
+/// mistaken for text. Everything else stays. Any thread.
+void appendPrintableText(std::string& out, std::string_view text);
+
+/// The same as a new string.
+std::string printableText(std::string_view text);
+
+} // namespace corvid

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace corvid {
+
+/// What a decoder puts in the place of bytes that are not UTF-8.
+inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+
+/// One step through UTF-8 text.
+struct DecodedScalar {
+    char32_t scalar;    ///< kReplacementCharacter for a bad sequence
+    std::size_t length; ///< bytes read, 1 to 4
+    bool valid;         ///< false for a bad sequence
+};
+
+/// Reads the scalar at the start of `text`, which must not be empty. A bad sequence is as long as
+/// its longest part that could have begun a good one, and at least one byte ("maximal subpart",
+/// Unicode, section 3.9). Any thread.
+DecodedScalar decodeUTF8(std::string_view text);
+
+/// True when `text` is UTF-8 throughout: no overlong form, no surrogate, nothing above U+10FFFF.
+bool isValidUTF8(std::string_view text);
+
+/// Puts the UTF-8 of `scalar` at the end of `text`; that of kReplacementCharacter when it is a
+/// surrogate or beyond U+10FFFF.
+void appendUTF8(std::string& text, char32_t scalar);
+
+} // namespace corvid
