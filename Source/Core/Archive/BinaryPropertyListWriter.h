@@ -1,0 +1,79 @@
+#pragma once
+
+#include "Core/Base/Bytes.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory_resource>
+#include <string_view>
+#include <vector>
+
+namespace corvid {
+
+/// Writes a binary property list value by value, each with the encoding that the platform chooses:
+/// the narrowest integer that holds a number without its sign bit, eight bytes for a negative one;
+/// ASCII where the text allows, else UTF-16; references and offsets of 1, 2, 4 or 8 bytes.
+/// Nothing is shared but what the caller refers to twice. One thread.
+class BinaryPropertyListWriter {
+public:
+    /// The number of a value, counted from 0 in the order of writing.
+    using Ref = std::size_t;
+
+    /// A container whose children are still to be named.
+    struct Container {
+        Ref ref;
+        std::size_t content;
+        std::size_t count;
+    };
+
+    /// `valueCount`: how many values will be written, or more; it sets the width of references.
+    /// `byteCount`: about how many bytes they take, for what to reserve; no more than a guess.
+    BinaryPropertyListWriter(std::size_t valueCount, std::size_t byteCount);
+
+    Ref boolean(bool value);
+    Ref integer(std::int64_t value);
+    Ref real(double value);
+    /// Seconds since 1 January 2001, 00:00 UTC.
+    Ref date(double seconds);
+    Ref data(ByteView bytes);
+    /// `utf8`: bytes that are not UTF-8 become U+FFFD.
+    Ref text(std::string_view utf8);
+    Ref uid(std::uint64_t uid);
+
+    Container array(std::size_t count);
+    Container dictionary(std::size_t count);
+    void setElement(const Container& array, std::size_t index, Ref child);
+    void setPair(const Container& dictionary, std::size_t index, Ref key, Ref value);
+
+    std::size_t valueCount() const { return offsets_.size(); }
+    /// Forgets the last value, which nothing may refer to.
+    void dropLast();
+
+    /// Adds the table and the trailer and hands the list over; the writer is spent.
+    Bytes finish(Ref top);
+
+private:
+    Ref begin() {
+        offsets_.push_back(bytes_.size());
+        return offsets_.size() - 1;
+    }
+    /// Room for `size` bytes at the end, to be written at once.
+    std::uint8_t* extend(std::size_t size) {
+        const std::size_t end = bytes_.size();
+        bytes_.resize(end + size);
+        return bytes_.data() + end;
+    }
+    void marker(unsigned kind, std::size_t count);
+    void bigEndian(std::uint64_t value, std::size_t width);
+    void setRef(std::size_t offset, Ref ref);
+
+    Bytes bytes_;
+    // A small list takes no further allocation for its offsets.
+    std::array<std::byte, 1024> firstMemory_;
+    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    std::pmr::vector<std::size_t> offsets_{&memory_};
+    std::size_t refWidth_;
+};
+
+} // namespace corvid

@@ -1,0 +1,55 @@
+#include "Core/Archive/IdentityMap.h"
+
+#include <utility>
+
+namespace corvid {
+
+namespace {
+
+constexpr std::size_t kFirstSize = 16;
+
+// The finaliser of SplitMix64: addresses differ in few bits, of which the low ones are zero.
+std::uint64_t mixed(std::uint64_t bits) {
+    bits = (bits ^ (bits >> 30U)) * 0xBF58476D1CE4E5B9U;
+    bits = (bits ^ (bits >> 27U)) * 0x94D049BB133111EBU;
+    return bits ^ (bits >> 31U);
+}
+
+} // namespace
+
+IdentityMap::Entry& IdentityMap::place(Key key) {
+    const auto kind = static_cast<std::uint32_t>(key.kind);
+    const std::size_t mask = entries_.size() - 1;
+    auto index = static_cast<std::size_t>(mixed(key.bits + kind)) & mask;
+    while (entries_[index].kind != 0 &&
+           (entries_[index].kind != kind || entries_[index].bits != key.bits)) {
+        index = (index + 1) & mask;
+    }
+    return entries_[index];
+}
+
+void IdentityMap::grow() {
+    std::pmr::vector<Entry> old(entries_.empty() ? kFirstSize : 2 * entries_.size(),
+                                entries_.get_allocator());
+    std::swap(old, entries_);
+    for (const Entry& entry : old) {
+        if (entry.kind != 0) {
+            place({static_cast<Key::Kind>(entry.kind), entry.bits}) = entry;
+        }
+    }
+}
+
+std::uint32_t& IdentityMap::operator[](Key key) {
+    if (2 * (used_ + 1) > entries_.size()) {
+        grow();
+    }
+    Entry& entry = place(key);
+    if (entry.kind == 0) {
+        entry.kind = static_cast<std::uint32_t>(key.kind);
+        entry.bits = key.bits;
+        ++used_;
+    }
+    return entry.number;
+}
+
+} // namespace corvid

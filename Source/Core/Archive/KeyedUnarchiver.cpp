@@ -1,0 +1,843 @@
+#include "Core/Archive/KeyedUnarchiver.h"
+
+#include "Core/Archive/KeyNames.h"
+#include "Core/Archive/Limits.h"
+#include "Core/Base/UTF8.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace corvid {
+
+namespace {
+
+// What std::make_shared takes besides the object.
+constexpr std::size_t kSharedOverhead = 16;
+// Longer text than this lives outside its std::string.
+constexpr std::size_t kTextInPlace = 15;
+// A URL's own parts: text, base, absolute text, path.
+constexpr std::size_t kURLSize = kSharedOverhead + 3 * sizeof(std::string) + 2 * sizeof(URL);
+// Duplicates among more keys than this are found by sorting.
+constexpr std::size_t kFewKeys = 24;
+constexpr std::size_t kFirstFields = 32;
+
+// The object behind `value` if it is one that can be referred to weakly; else null.
+std::shared_ptr<Object> sharedObject(const Value& value) {
+    if (auto menuItem = value.asMenuItem()) {
+        return menuItem;
+    }
+    if (auto menu = value.asMenu()) {
+        return menu;
+    }
+    return value.asOpaque();
+}
+
+bool isSameField(const Field& a, const Field& b) {
+    if (a.key != b.key || a.slot.content.index() != b.slot.content.index()) {
+        return false;
+    }
+    if (const auto* reference = std::get_if<Slot::Reference>(&a.slot.content)) {
+        return reference->value.isSameObject(std::get<Slot::Reference>(b.slot.content).value);
+    }
+    if (const auto* inPlace = std::get_if<Slot::InPlace>(&a.slot.content)) {
+        return inPlace->value.isSameObject(std::get<Slot::InPlace>(b.slot.content).value);
+    }
+    return std::holds_alternative<std::monostate>(a.slot.content);
+}
+
+} // namespace
+
+KeyedUnarchiver::KeyedUnarchiver(const BinaryPropertyList& list, std::size_t memory)
+    : list_(list), memoryLeft_(memory) {}
+
+Value KeyedUnarchiver::root() {
+    const Item archive = list_.item(list_.top());
+    if (archive.kind != Kind::dictionary) {
+        refuseAtByte(Code::notAnArchive, archive.start);
+    }
+    const Fields fields(*this, archive, 0);
+    const auto archiver = fields.find(keys::kArchiver);
+    const auto top = fields.find(keys::kTop);
+    if (!archiver && !top) {
+        refuseAtByte(Code::notAnArchive, archive.start);
+    }
+    if (!archiver || !archiver->isString() || !list_.equals(*archiver, keys::kKeyedArchiver)) {
+        refuseAtByte(Code::unknownArchiver, archiver ? archiver->start : archive.start);
+    }
+    const auto version = fields.find(keys::kVersion);
+    if (!version || version->kind != Kind::integer ||
+        list_.integer(*version) != keys::kArchiveVersion) {
+        refuseAtByte(Code::unsupportedVersion, version ? version->start : archive.start);
+    }
+    const auto objects = fields.find(keys::kObjects);
+    if (!objects || objects->kind != Kind::array) {
+        refuseAtByte(Code::missingObjects, objects ? objects->start : archive.start);
+    }
+    if (!top || top->kind != Kind::dictionary) {
+        refuseAtByte(Code::missingRoot, top ? top->start : archive.start);
+    }
+    std::uint64_t rootUID = 0;
+    {
+        const Fields topFields(*this, *top, 0);
+        const auto root = topFields.find(keys::kRoot);
+        if (!root || root->kind != Kind::uid) {
+            refuseAtByte(Code::missingRoot, top->start);
+        }
+        rootUID = list_.uid(*root);
+    }
+    objects_ = *objects;
+    if (rootUID == 0) {
+        refuseAtObject(Code::nilRoot, 0);
+    }
+    charge(objects_.count * (sizeof(Value) + sizeof(std::uint32_t)));
+    values_.resize(objects_.count);
+    marks_.resize(objects_.count, kUntouched);
+    Value result = object(rootUID);
+    settleTargets();
+    return result;
+}
+
+void KeyedUnarchiver::charge(std::size_t bytes) {
+    if (bytes > memoryLeft_) {
+        refuseAtByte(Code::tooMuchMemory, list_.size());
+    }
+    memoryLeft_ -= bytes;
+}
+
+void KeyedUnarchiver::chargeText(std::size_t length) {
+    if (length > kTextInPlace) {
+        charge(length + 1);
+    }
+}
+
+// --- Keys -------------------------------------------------------------------------------------
+
+std::string_view KeyedUnarchiver::keyText(const Item& item) {
+    if (item.kind == Kind::ascii) {
+        return list_.ascii(item);
+    }
+    if (item.kind != Kind::utf16) {
+        refuseAtByte(Code::keyNotString, item.start);
+    }
+    charge(sizeof(void*) + sizeof(std::string) + 3 * item.count + 1);
+    return wideKeys_.emplace_front(list_.text(item));
+}
+
+KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid)
+    : owner_(owner), first_(owner.rawFields_.size()), count_(dictionary.count), uid_(uid) {
+    if (count_ > limits::kKeysPerObject) {
+        refuseAtByte(Code::tooManyKeys, dictionary.start);
+    }
+    const BinaryPropertyList& list = owner.list_;
+    if (const std::size_t had = owner.rawFields_.capacity(); had < first_ + count_) {
+        const std::size_t wanted = std::max({kFirstFields, 2 * had, first_ + count_});
+        owner.charge(wanted * sizeof(RawField));
+        owner.rawFields_.reserve(wanted);
+    }
+    for (std::size_t i = 0; i < count_; ++i) {
+        owner.rawFields_.push_back(
+            {owner.keyText(list.item(list.key(dictionary, i))), list.value(dictionary, i)});
+    }
+    checkDistinct();
+}
+
+void KeyedUnarchiver::Fields::checkDistinct() const {
+    const auto begin = owner_.rawFields_.begin() + static_cast<std::ptrdiff_t>(first_);
+    const auto end = owner_.rawFields_.end();
+    if (count_ <= kFewKeys) {
+        for (auto field = begin; field != end; ++field) {
+            if (std::any_of(begin, field,
+                            [&](const RawField& other) { return other.key == field->key; })) {
+                refuseAtObject(Code::duplicateKey, uid_, field->key);
+            }
+        }
+        return;
+    }
+    std::vector<std::string_view> sorted;
+    owner_.charge(count_ * sizeof(std::string_view));
+    sorted.reserve(count_);
+    std::transform(begin, end, std::back_inserter(sorted), [](const RawField& f) { return f.key; });
+    std::ranges::sort(sorted);
+    const auto twin = std::ranges::adjacent_find(sorted);
+    if (twin != sorted.end()) {
+        refuseAtObject(Code::duplicateKey, uid_, *twin);
+    }
+}
+
+std::optional<BinaryPropertyList::Item> KeyedUnarchiver::Fields::find(std::string_view key) const {
+    for (std::size_t i = 0; i < count_; ++i) {
+        const RawField field = at(i);
+        if (field.key == key) {
+            return owner_.list_.item(field.value);
+        }
+    }
+    return std::nullopt;
+}
+
+BinaryPropertyList::Item KeyedUnarchiver::Fields::require(std::string_view key) const {
+    const auto item = find(key);
+    if (!item) {
+        refuseAtObject(Code::missingKey, uid_, key);
+    }
+    return *item;
+}
+
+// --- Classes ----------------------------------------------------------------------------------
+
+const KeyedUnarchiver::Class& KeyedUnarchiver::classOf(const Fields& fields) {
+    const auto reference = fields.find(keys::kClass);
+    if (!reference || reference->kind != Kind::uid) {
+        refuseAtObject(Code::missingClass, fields.uid());
+    }
+    const std::uint64_t uid = list_.uid(*reference);
+    if (uid >= objects_.count) {
+        refuseAtObject(Code::uidOutOfRange, fields.uid(), keys::kClass);
+    }
+    const auto index = static_cast<std::size_t>(uid);
+    if (marks_[index] < kClass) {
+        if (marks_[index] != kUntouched) {
+            refuseAtObject(Code::badClass, uid);
+        }
+        Class type = readClass(uid);
+        charge(2 * sizeof(Class));
+        marks_[index] = kClass + static_cast<std::uint32_t>(classes_.size());
+        classes_.push_back(std::move(type));
+    }
+    return classes_[marks_[index] - kClass];
+}
+
+KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
+    struct Known {
+        std::string_view name;
+        Model model;
+        bool isMutable;
+    };
+    static constexpr Known kKnown[] = {
+        {"NSDictionary", Model::dictionary, false},
+        {"NSURL", Model::url, false},
+        {"NSArray", Model::array, false},
+        {"NSMenuItem", Model::menuItem, true},
+        {"NSMenu", Model::menu, true},
+        {"NSMutableArray", Model::array, true},
+        {"NSMutableDictionary", Model::dictionary, true},
+        {"NSString", Model::string, false},
+        {"NSMutableString", Model::string, true},
+        {"NSData", Model::data, false},
+        {"NSMutableData", Model::data, true},
+        {"NSDate", Model::date, false},
+        {"NSSet", Model::set, false},
+        {"NSMutableSet", Model::set, true},
+        {"NSNull", Model::null, false},
+    };
+
+    const Item item = list_.item(list_.element(objects_, static_cast<std::size_t>(uid)));
+    if (item.kind != Kind::dictionary) {
+        refuseAtObject(Code::badClass, uid);
+    }
+    const Fields fields(*this, item, uid);
+    const auto className = fields.find(keys::kClassName);
+    const auto chain = fields.find(keys::kClasses);
+    if (!className || !className->isString() || !chain || chain->kind != Kind::array ||
+        chain->count == 0 || chain->count > limits::kClassChain) {
+        refuseAtObject(Code::badClass, uid);
+    }
+    const auto names = [&](const Item& array) {
+        std::vector<std::string> result;
+        charge(array.count * sizeof(std::string));
+        result.reserve(array.count);
+        for (std::size_t i = 0; i < array.count; ++i) {
+            const Item name = list_.item(list_.element(array, i));
+            if (!name.isString()) {
+                refuseAtObject(Code::badClass, uid);
+            }
+            chargeText(3 * name.count);
+            result.push_back(list_.text(name));
+        }
+        return result;
+    };
+    Class type;
+    for (std::size_t i = 0; i < chain->count; ++i) {
+        const Item name = list_.item(list_.element(*chain, i));
+        const auto known = std::ranges::find_if(
+            kKnown, [&](const Known& each) { return list_.equals(name, each.name); });
+        if (known != std::end(kKnown)) {
+            type.model = known->model;
+            type.isMutable = known->isMutable;
+            type.isExact = i == 0;
+            break;
+        }
+    }
+    if (!type.isExact) {
+        ObjectClass described;
+        chargeText(3 * className->count);
+        described.name = list_.text(*className);
+        described.chain = names(*chain);
+        const auto hints = fields.find(keys::kClassHints);
+        if (hints && hints->kind == Kind::array && hints->count <= limits::kClassChain) {
+            described.hints = names(*hints);
+        }
+        charge(kSharedOverhead + sizeof(ObjectClass));
+        type.described = std::make_shared<const ObjectClass>(std::move(described));
+    }
+    return type;
+}
+
+// --- Objects ----------------------------------------------------------------------------------
+
+const Value& KeyedUnarchiver::object(std::uint64_t uid) {
+    if (uid >= objects_.count) {
+        refuseAtObject(Code::uidOutOfRange, uid);
+    }
+    const auto index = static_cast<std::size_t>(uid);
+    if (marks_[index] == kDone) {
+        return values_[index];
+    }
+    if (marks_[index] == kOpen) {
+        refuseAtObject(Code::cycle, uid);
+    }
+    if (marks_[index] != kUntouched) {
+        refuseAtObject(Code::notAnObject, uid);
+    }
+    if (depth_ == limits::kDepth) {
+        refuseAtObject(Code::tooDeep, uid);
+    }
+    ++depth_;
+    marks_[index] = kOpen;
+    values_[index] = read(uid, list_.item(list_.element(objects_, index)));
+    marks_[index] = kDone;
+    --depth_;
+    return values_[index];
+}
+
+const Value* KeyedUnarchiver::referenced(std::uint64_t uid) {
+    if (uid == 0) {
+        return nullptr;
+    }
+    if (uid >= objects_.count) {
+        refuseAtObject(Code::uidOutOfRange, uid);
+    }
+    // A conditional reference to an object that was not archived leads to this text at an index of
+    // its own. Collections cannot hold nil; there the same text is a string.
+    const Item item = list_.item(list_.element(objects_, static_cast<std::size_t>(uid)));
+    return list_.equals(item, keys::kNil) ? nullptr : &object(uid);
+}
+
+Value KeyedUnarchiver::read(std::uint64_t uid, const Item& item) {
+    switch (item.kind) {
+    case Kind::dictionary:
+        return readKeyed(uid, item);
+    case Kind::uid:
+    case Kind::array:
+        refuseAtObject(Code::notAnObject, uid);
+    default:
+        return inPlace(item);
+    }
+}
+
+Value KeyedUnarchiver::inPlace(const Item& item) {
+    switch (item.kind) {
+    case Kind::boolean:
+        return Value::boolean(item.count != 0);
+    case Kind::integer:
+        return Value::integer(list_.integer(item));
+    case Kind::real:
+        return Value::real(list_.real(item));
+    case Kind::date:
+        return Value::date({list_.date(item)});
+    case Kind::data: {
+        charge(kSharedOverhead + sizeof(Data) + item.count);
+        const ByteView view = list_.data(item);
+        return Value::data(Bytes(view.begin(), view.end()));
+    }
+    case Kind::ascii:
+    case Kind::utf16:
+        charge(kSharedOverhead + sizeof(String));
+        chargeText(item.kind == Kind::ascii ? item.count : 3 * item.count);
+        return Value::string(list_.text(item));
+    default:
+        refuseAtByte(Code::wrongType, item.start);
+    }
+}
+
+Value KeyedUnarchiver::readKeyed(std::uint64_t uid, const Item& item) {
+    const Fields fields(*this, item, uid);
+    // A copy: reading on may add classes.
+    const Class type = classOf(fields);
+    switch (type.model) {
+    case Model::menu:
+        return readMenu(type, fields);
+    case Model::menuItem:
+        return readMenuItem(type, fields);
+    default:
+        return type.isExact ? readModel(type, fields) : readOpaque(type, fields);
+    }
+}
+
+Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
+    switch (type.model) {
+    case Model::string: {
+        const auto string = fields.find(keys::kString);
+        charge(kSharedOverhead + sizeof(String));
+        if (string) {
+            return Value::of(
+                String{text(fields, keys::kString, *string).value_or(""), type.isMutable});
+        }
+        const Bytes raw = bytes(fields, fields.require(keys::kStringBytes), keys::kStringBytes);
+        std::string utf8(raw.begin(), raw.end());
+        chargeText(utf8.size());
+        if (!isValidUTF8(utf8)) {
+            refuseAtObject(Code::badText, fields.uid(), keys::kStringBytes);
+        }
+        return Value::of(String{std::move(utf8), type.isMutable});
+    }
+    case Model::data: {
+        const auto data = fields.find(keys::kData);
+        const std::string_view key = data ? keys::kData : keys::kStringBytes;
+        charge(kSharedOverhead + sizeof(Data));
+        return Value::of(
+            Data{bytes(fields, data ? *data : fields.require(key), key), type.isMutable});
+    }
+    case Model::date: {
+        const Item time = fields.require(keys::kTime);
+        if (time.kind != Kind::real) {
+            refuseAtObject(Code::wrongType, fields.uid(), keys::kTime);
+        }
+        return Value::date({list_.real(time)});
+    }
+    case Model::url:
+        return Value::url(url(fields));
+    case Model::array:
+        charge(kSharedOverhead + sizeof(Array));
+        return Value::of(Array{elements(fields), type.isMutable});
+    case Model::set:
+        charge(kSharedOverhead + sizeof(Set));
+        return Value::of(Set{elements(fields), type.isMutable});
+    case Model::dictionary: {
+        charge(kSharedOverhead + sizeof(Dictionary));
+        Dictionary result = dictionary(fields);
+        result.isMutable = type.isMutable;
+        return Value::of(std::move(result));
+    }
+    default:
+        return {};
+    }
+}
+
+KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, std::string_view key,
+                                                        std::string_view numbered) const {
+    References result{fields, key, numbered, fields.find(key), 0};
+    if (result.list) {
+        if (result.list->kind != Kind::array) {
+            refuseAtObject(Code::wrongType, fields.uid(), key);
+        }
+        result.count = result.list->count;
+        return result;
+    }
+    while (fields.find(std::string(numbered) + std::to_string(result.count))) {
+        ++result.count;
+    }
+    return result;
+}
+
+std::uint64_t KeyedUnarchiver::uid(const References& references, std::size_t index) const {
+    const auto uidOf = [&](const Item& item, std::string_view name) {
+        if (item.kind != Kind::uid) {
+            refuseAtObject(Code::wrongType, references.fields.uid(), name);
+        }
+        const std::uint64_t uid = list_.uid(item);
+        if (uid == 0) {
+            refuseAtObject(Code::nilElement, references.fields.uid(), name);
+        }
+        return uid;
+    };
+    if (references.list) {
+        return uidOf(list_.item(list_.element(*references.list, index)), references.key);
+    }
+    const std::string name = std::string(references.numbered) + std::to_string(index);
+    return uidOf(references.fields.require(name), name);
+}
+
+std::vector<Value> KeyedUnarchiver::elements(const Fields& fields) {
+    const References listed = references(fields, keys::kElements, keys::kNumberedElement);
+    charge(listed.count * sizeof(Value));
+    std::vector<Value> result;
+    result.reserve(listed.count);
+    for (std::size_t i = 0; i < listed.count; ++i) {
+        result.push_back(object(uid(listed, i)));
+    }
+    return result;
+}
+
+Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
+    const References names = references(fields, keys::kDictionaryKeys, keys::kNumberedKey);
+    const References listed = references(fields, keys::kElements, keys::kNumberedElement);
+    if (names.count != listed.count) {
+        refuseAtObject(Code::keysWithoutObjects, fields.uid());
+    }
+    Dictionary result;
+    charge(names.count * sizeof(std::pair<Value, Value>));
+    result.entries.reserve(names.count);
+    for (std::size_t i = 0; i < names.count; ++i) {
+        result.entries.emplace_back(object(uid(names, i)), Value());
+        result.entries.back().second = object(uid(listed, i));
+    }
+    checkDistinct(result, fields.uid());
+    return result;
+}
+
+void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t uid) {
+    if (dictionary.entries.size() < 2) {
+        return;
+    }
+    std::vector<std::string_view> names;
+    charge(dictionary.entries.size() * sizeof(std::string_view));
+    names.reserve(dictionary.entries.size());
+    for (const auto& [key, value] : dictionary.entries) {
+        if (const std::string* name = key.asString()) {
+            names.push_back(*name);
+        }
+    }
+    std::ranges::sort(names);
+    const auto twin = std::ranges::adjacent_find(names);
+    if (twin != names.end()) {
+        refuseAtObject(Code::duplicateKey, uid, *twin);
+    }
+}
+
+URL KeyedUnarchiver::url(const Fields& fields) {
+    std::optional<URL> base;
+    if (const auto item = fields.find(keys::kBase)) {
+        if (item->kind != Kind::uid) {
+            refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);
+        }
+        if (const Value* value = referenced(list_.uid(*item))) {
+            const URL* held = value->asURL();
+            if (held == nullptr) {
+                refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);
+            }
+            base = *held;
+        }
+    }
+    const Item item = fields.require(keys::kRelative);
+    const auto plain = plainString(item);
+    std::string copy;
+    std::string_view relative;
+    if (plain && plain->kind == Kind::ascii && !list_.equals(*plain, keys::kNil)) {
+        relative = list_.ascii(*plain);
+    } else {
+        auto read = text(fields, keys::kRelative, item);
+        if (!read) {
+            refuseAtObject(Code::wrongType, fields.uid(), keys::kRelative);
+        }
+        copy = *std::move(read);
+        relative = copy;
+    }
+    // The absolute text and the path are at most base and text joined.
+    const std::size_t joined = relative.size() + (base ? base->absoluteString().size() : 0);
+    charge(kURLSize + 2 * joined + relative.size());
+    auto url = base ? URL::fromText(relative, *base) : URL::fromText(relative);
+    if (!url) {
+        refuseAtObject(Code::badURL, fields.uid(), keys::kRelative);
+    }
+    return *std::move(url);
+}
+
+Bytes KeyedUnarchiver::bytes(const Fields& fields, const Item& item, std::string_view key) {
+    if (item.kind == Kind::data) {
+        const ByteView view = list_.data(item);
+        charge(view.size());
+        return Bytes(view.begin(), view.end());
+    }
+    const Value* value = item.kind == Kind::uid ? referenced(list_.uid(item)) : nullptr;
+    const Data* data = value != nullptr ? value->asData() : nullptr;
+    if (data == nullptr) {
+        refuseAtObject(Code::wrongType, fields.uid(), key);
+    }
+    charge(data->bytes.size());
+    return data->bytes;
+}
+
+// --- Opaque objects ---------------------------------------------------------------------------
+
+Value KeyedUnarchiver::readOpaque(const Class& type, const Fields& fields) {
+    charge(kSharedOverhead + sizeof(OpaqueObject));
+    auto result = std::make_shared<OpaqueObject>();
+    result->archivedClass = type.described;
+    values_[static_cast<std::size_t>(fields.uid())] = Value::opaque(result);
+    std::vector<Field> kept;
+    for (std::size_t i = 0; i < fields.count(); ++i) {
+        if (fields.at(i).key != keys::kClass) {
+            keep(kept, fields, fields.at(i));
+        }
+    }
+    result->fields = share(std::move(kept));
+    if (type.model != Model::opaque) {
+        result->readAs = readModel(type, fields);
+    }
+    return Value::opaque(std::move(result));
+}
+
+void KeyedUnarchiver::keep(std::vector<Field>& otherFields, const Fields& fields,
+                           const RawField& field) {
+    chargeText(field.key.size());
+    const std::string_view key = field.key;
+    Slot content = slot(field.value, fields.uid());
+    if (otherFields.size() == otherFields.capacity()) {
+        const std::size_t wanted = std::max<std::size_t>(2 * otherFields.size(), 2);
+        charge(wanted * sizeof(Field));
+        otherFields.reserve(wanted);
+    }
+    otherFields.push_back({std::string(key), std::move(content)});
+}
+
+FieldList KeyedUnarchiver::share(std::vector<Field> fields) {
+    if (fields.empty()) {
+        return nullptr;
+    }
+    if (lastFields_ != nullptr && std::ranges::equal(*lastFields_, fields, isSameField)) {
+        // What was charged for these goes with them.
+        memoryLeft_ += fields.capacity() * sizeof(Field);
+        return lastFields_;
+    }
+    charge(kSharedOverhead + sizeof(std::vector<Field>));
+    lastFields_ = std::make_shared<const std::vector<Field>>(std::move(fields));
+    return lastFields_;
+}
+
+Slot KeyedUnarchiver::slot(Ref ref, std::uint64_t owner) {
+    const Item item = list_.item(ref);
+    switch (item.kind) {
+    case Kind::uid: {
+        const std::uint64_t uid = list_.uid(item);
+        if (uid < objects_.count && marks_[static_cast<std::size_t>(uid)] == kOpen) {
+            if (auto open = sharedObject(values_[static_cast<std::size_t>(uid)])) {
+                return {Slot::BackReference{open}};
+            }
+        }
+        const Value* value = referenced(uid);
+        return value != nullptr ? Slot{Slot::Reference{*value}} : Slot{};
+    }
+    case Kind::array:
+    case Kind::dictionary:
+        break;
+    default:
+        return {Slot::InPlace{inPlace(item)}};
+    }
+    if (depth_ == limits::kDepth) {
+        refuseAtObject(Code::tooDeep, owner);
+    }
+    ++depth_;
+    Slot result;
+    if (item.kind == Kind::array) {
+        charge(kSharedOverhead + sizeof(std::vector<Slot>) + item.count * sizeof(Slot));
+        std::vector<Slot> list;
+        list.reserve(item.count);
+        for (std::size_t i = 0; i < item.count; ++i) {
+            list.push_back(slot(list_.element(item, i), owner));
+        }
+        result.content = std::make_shared<const std::vector<Slot>>(std::move(list));
+    } else {
+        const Fields fields(*this, item, owner);
+        charge(kSharedOverhead + sizeof(std::vector<Field>) + item.count * sizeof(Field));
+        std::vector<Field> record;
+        record.reserve(item.count);
+        for (std::size_t i = 0; i < fields.count(); ++i) {
+            keep(record, fields, fields.at(i));
+        }
+        result.content = std::make_shared<const std::vector<Field>>(std::move(record));
+    }
+    --depth_;
+    return result;
+}
+
+// --- Menus ------------------------------------------------------------------------------------
+
+Value KeyedUnarchiver::readMenu(const Class& type, const Fields& fields) {
+    charge(kSharedOverhead + sizeof(Menu));
+    auto menu = std::make_shared<Menu>();
+    menu->archivedClass = type.described;
+    values_[static_cast<std::size_t>(fields.uid())] = Value::menu(menu);
+    std::vector<Field> otherFields;
+    for (std::size_t i = 0; i < fields.count(); ++i) {
+        const RawField field = fields.at(i);
+        if (field.key == keys::kTitle) {
+            menu->title = text(fields, field, otherFields).value_or("");
+        } else if (field.key == keys::kNoAutoenable) {
+            menu->autoenablesItems = !boolean(fields, field);
+        } else if (field.key == keys::kMenuItems) {
+            const Item item = list_.item(field.value);
+            const Value* value = item.kind == Kind::uid ? referenced(list_.uid(item)) : nullptr;
+            const Array* items = value != nullptr ? value->asArray() : nullptr;
+            if (items == nullptr) {
+                refuseAtObject(Code::wrongType, fields.uid(), field.key);
+            }
+            charge(items->elements.size() * sizeof(std::shared_ptr<MenuItem>));
+            menu->items.reserve(items->elements.size());
+            for (const Value& element : items->elements) {
+                auto menuItem = element.asMenuItem();
+                if (menuItem == nullptr) {
+                    refuseAtObject(Code::wrongType, fields.uid(), field.key);
+                }
+                menu->add(std::move(menuItem));
+            }
+        } else if (field.key != keys::kClass) {
+            keep(otherFields, fields, field);
+        }
+    }
+    menu->otherFields = share(std::move(otherFields));
+    return Value::menu(std::move(menu));
+}
+
+Value KeyedUnarchiver::readMenuItem(const Class& type, const Fields& fields) {
+    charge(kSharedOverhead + sizeof(MenuItem));
+    auto item = std::make_shared<MenuItem>();
+    item->archivedClass = type.described;
+    values_[static_cast<std::size_t>(fields.uid())] = Value::menuItem(item);
+    std::vector<Field> otherFields;
+    for (std::size_t i = 0; i < fields.count(); ++i) {
+        readMenuItemField(*item, otherFields, fields, fields.at(i));
+    }
+    item->otherFields = share(std::move(otherFields));
+    return Value::menuItem(std::move(item));
+}
+
+void KeyedUnarchiver::readMenuItemField(MenuItem& item, std::vector<Field>& otherFields,
+                                        const Fields& fields, const RawField& field) {
+    const std::string_view key = field.key;
+    if (key == keys::kTitle) {
+        item.title = text(fields, field, otherFields).value_or("");
+    } else if (key == keys::kKeyEquivalent) {
+        item.keyEquivalent = text(fields, field, otherFields).value_or("");
+    } else if (key == keys::kModifierMask) {
+        item.keyEquivalentModifierMask = static_cast<std::uint64_t>(integer(fields, field));
+    } else if (key == keys::kTag) {
+        item.tag = integer(fields, field);
+    } else if (key == keys::kState) {
+        const std::int64_t state = integer(fields, field);
+        item.state = state < 0   ? MenuItemState::mixed
+                     : state > 0 ? MenuItemState::on
+                                 : MenuItemState::off;
+    } else if (key == keys::kIndentation) {
+        item.indentationLevel = integer(fields, field);
+    } else if (key == keys::kIsDisabled) {
+        item.isEnabled = !boolean(fields, field);
+    } else if (key == keys::kIsHidden) {
+        item.isHidden = boolean(fields, field);
+    } else if (key == keys::kIsAlternate) {
+        item.isAlternate = boolean(fields, field);
+    } else if (key == keys::kIsSeparator) {
+        item.isSeparator = boolean(fields, field);
+    } else if (key == keys::kToolTip) {
+        item.toolTip = text(fields, field, otherFields);
+    } else if (key == keys::kAction) {
+        if (auto name = text(fields, field, otherFields)) {
+            item.action = Selector{*std::move(name)};
+        }
+    } else if (key == keys::kSubmenu) {
+        const Item reference = list_.item(field.value);
+        if (reference.kind != Kind::uid) {
+            refuseAtObject(Code::wrongType, fields.uid(), key);
+        }
+        if (const Value* value = referenced(list_.uid(reference))) {
+            item.submenu = value->asMenu();
+            if (item.submenu == nullptr) {
+                refuseAtObject(Code::wrongType, fields.uid(), key);
+            }
+        }
+    } else if (key == keys::kTarget) {
+        const Item reference = list_.item(field.value);
+        if (reference.kind != Kind::uid) {
+            refuseAtObject(Code::wrongType, fields.uid(), key);
+        }
+        const std::uint64_t uid = list_.uid(reference);
+        if (uid >= objects_.count) {
+            refuseAtObject(Code::uidOutOfRange, fields.uid(), key);
+        }
+        if (uid != 0) {
+            charge(2 * sizeof(Target));
+            targets_.push_back({&item, uid});
+        }
+    } else if (key == keys::kMnemonicLocation) {
+        const Item number = list_.item(field.value);
+        if (number.kind != Kind::integer || list_.integer(number) != keys::kNoMnemonic) {
+            keep(otherFields, fields, field);
+        }
+    } else if (key != keys::kClass && key != keys::kMenu) {
+        // The menu that an item stands in says so itself.
+        keep(otherFields, fields, field);
+    }
+}
+
+void KeyedUnarchiver::settleTargets() {
+    for (const Target& target : targets_) {
+        const auto index = static_cast<std::size_t>(target.uid);
+        if (marks_[index] == kDone) {
+            target.item->target = sharedObject(values_[index]);
+        }
+    }
+}
+
+bool KeyedUnarchiver::boolean(const Fields& fields, const RawField& field) const {
+    const Item item = list_.item(field.value);
+    if (item.kind != Kind::boolean) {
+        refuseAtObject(Code::wrongType, fields.uid(), field.key);
+    }
+    return item.count != 0;
+}
+
+std::int64_t KeyedUnarchiver::integer(const Fields& fields, const RawField& field) const {
+    const Item item = list_.item(field.value);
+    if (item.kind != Kind::integer) {
+        refuseAtObject(Code::wrongType, fields.uid(), field.key);
+    }
+    return list_.integer(item);
+}
+
+std::optional<BinaryPropertyList::Item> KeyedUnarchiver::plainString(const Item& item) const {
+    Item string = item;
+    if (item.kind == Kind::uid) {
+        const std::uint64_t uid = list_.uid(item);
+        if (uid == 0 || uid >= objects_.count) {
+            return std::nullopt;
+        }
+        string = list_.item(list_.element(objects_, static_cast<std::size_t>(uid)));
+    }
+    return string.isString() ? std::optional(string) : std::nullopt;
+}
+
+std::optional<std::string> KeyedUnarchiver::text(const Fields& fields, std::string_view key,
+                                                 const Item& item) {
+    if (const auto plain = plainString(item)) {
+        if (item.kind == Kind::uid && list_.equals(*plain, keys::kNil)) {
+            return std::nullopt;
+        }
+        chargeText(plain->kind == Kind::ascii ? plain->count : 3 * plain->count);
+        return list_.text(*plain);
+    }
+    if (item.kind != Kind::uid) {
+        refuseAtObject(Code::wrongType, fields.uid(), key);
+    }
+    const Value* value = referenced(list_.uid(item));
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    const std::string* string = value->asString();
+    if (string == nullptr) {
+        refuseAtObject(Code::wrongType, fields.uid(), key);
+    }
+    chargeText(string->size());
+    return *string;
+}
+
+std::optional<std::string> KeyedUnarchiver::text(const Fields& fields, const RawField& field,
+                                                 std::vector<Field>& otherFields) {
+    const Item item = list_.item(field.value);
+    auto result = text(fields, field.key, item);
+    if (result && !plainString(item)) {
+        keep(otherFields, fields, field);
+    }
+    return result;
+}
+
+} // namespace corvid

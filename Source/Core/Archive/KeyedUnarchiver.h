@@ -1,0 +1,174 @@
+#pragma once
+
+#include "Core/Archive/BinaryPropertyList.h"
+#include "Core/Archive/Menu.h"
+#include "Core/Archive/Value.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <forward_list>
+#include <memory>
+#include <memory_resource>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvid {
+
+/// Reads the objects of one keyed archive. Internal: unarchivedObject() is the way in. Borrows the
+/// property list; throws ArchiveRefusal. One use, one thread.
+class KeyedUnarchiver {
+public:
+    /// `memory`: how many bytes the objects may take.
+    KeyedUnarchiver(const BinaryPropertyList& list, std::size_t memory);
+
+    /// The object that the archive was made of.
+    Value root();
+
+private:
+    using Item = BinaryPropertyList::Item;
+    using Kind = BinaryPropertyList::Kind;
+    using Ref = BinaryPropertyList::Ref;
+    using Code = ArchiveError::Code;
+
+    /// The classes that become values of their own; any other becomes an opaque object.
+    enum class Model : std::uint8_t {
+        opaque,
+        null,
+        string,
+        data,
+        date,
+        url,
+        array,
+        set,
+        dictionary,
+        menu,
+        menuItem,
+    };
+
+    struct Class {
+        Model model = Model::opaque;
+        bool isMutable = false;
+        /// False when `model` belongs to a superclass only.
+        bool isExact = false;
+        /// Set unless `isExact`.
+        std::shared_ptr<const ObjectClass> described;
+    };
+
+    struct RawField {
+        std::string_view key;
+        Ref value;
+    };
+
+    /// The keys of one object, on the shared stack `rawFields_` for as long as this lives.
+    class Fields {
+    public:
+        Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid);
+        ~Fields() { owner_.rawFields_.resize(first_); }
+        Fields(const Fields&) = delete;
+        Fields& operator=(const Fields&) = delete;
+
+        std::uint64_t uid() const { return uid_; }
+        std::size_t count() const { return count_; }
+        RawField at(std::size_t index) const { return owner_.rawFields_[first_ + index]; }
+        std::optional<Item> find(std::string_view key) const;
+        Item require(std::string_view key) const;
+
+    private:
+        void checkDistinct() const;
+
+        KeyedUnarchiver& owner_;
+        std::size_t first_;
+        std::size_t count_;
+        std::uint64_t uid_;
+    };
+
+    /// An item's target, a conditional reference: it counts only when something else brings the
+    /// object into being, so it is settled last.
+    struct Target {
+        MenuItem* item;
+        std::uint64_t uid;
+    };
+
+    // States of an object in `marks_`; from kClass on, a class: the index in `classes_` is added.
+    enum Mark : std::uint32_t { kUntouched, kOpen, kDone, kClass };
+
+    void charge(std::size_t bytes);
+    void chargeText(std::size_t length);
+
+    /// The object `uid`, which must not be nil. Owned by `values_`.
+    const Value& object(std::uint64_t uid);
+    /// The object that a field refers to; null for nil.
+    const Value* referenced(std::uint64_t uid);
+    Value read(std::uint64_t uid, const Item& item);
+    Value readKeyed(std::uint64_t uid, const Item& item);
+    Value readModel(const Class& type, const Fields& fields);
+    Value readOpaque(const Class& type, const Fields& fields);
+    Value readMenu(const Class& type, const Fields& fields);
+    Value readMenuItem(const Class& type, const Fields& fields);
+    void readMenuItemField(MenuItem& item, std::vector<Field>& otherFields, const Fields& fields,
+                           const RawField& field);
+    void settleTargets();
+
+    const Class& classOf(const Fields& fields);
+    Class readClass(std::uint64_t uid);
+
+    /// The references that a collection lists under a key, or under numbered keys, as archives of
+    /// old have them.
+    struct References {
+        const Fields& fields;
+        std::string_view key;
+        std::string_view numbered;
+        std::optional<Item> list;
+        std::size_t count;
+    };
+
+    References references(const Fields& fields, std::string_view key,
+                          std::string_view numbered) const;
+    /// The UID of element `index`, which is not nil.
+    std::uint64_t uid(const References& references, std::size_t index) const;
+    std::vector<Value> elements(const Fields& fields);
+    Dictionary dictionary(const Fields& fields);
+    void checkDistinct(const Dictionary& dictionary, std::uint64_t uid);
+    URL url(const Fields& fields);
+    Bytes bytes(const Fields& fields, const Item& item, std::string_view key);
+
+    Slot slot(Ref ref, std::uint64_t owner);
+    Value inPlace(const Item& item);
+
+    bool boolean(const Fields& fields, const RawField& field) const;
+    std::int64_t integer(const Fields& fields, const RawField& field) const;
+    /// The string that `item` is or refers to, when it is no object of its own; it is then read
+    /// where it is wanted, without becoming a value first.
+    std::optional<Item> plainString(const Item& item) const;
+    /// The text under a key: a string in place or a reference to one; nothing when nil.
+    std::optional<std::string> text(const Fields& fields, std::string_view key, const Item& item);
+    /// The same for a member of a menu or an item, whose special forms stay in `otherFields`.
+    std::optional<std::string> text(const Fields& fields, const RawField& field,
+                                    std::vector<Field>& otherFields);
+    void keep(std::vector<Field>& otherFields, const Fields& fields, const RawField& field);
+    /// `fields` as a list, which is the last one when that says the same: the items of a menu
+    /// mostly differ in nothing but their members.
+    FieldList share(std::vector<Field> fields);
+
+    std::string_view keyText(const Item& item);
+
+    const BinaryPropertyList& list_;
+    Item objects_{};
+    std::size_t memoryLeft_;
+    std::size_t depth_ = 0;
+    // A small message is read without a further allocation for these.
+    std::array<std::byte, 2048> firstMemory_;
+    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    std::pmr::vector<Value> values_{&memory_};
+    std::pmr::vector<std::uint32_t> marks_{&memory_};
+    std::pmr::vector<Class> classes_{&memory_};
+    std::pmr::vector<RawField> rawFields_{&memory_};
+    std::vector<Target> targets_;
+    std::forward_list<std::string> wideKeys_;
+    FieldList lastFields_;
+};
+
+} // namespace corvid
