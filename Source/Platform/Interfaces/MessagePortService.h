@@ -1,0 +1,83 @@
+#pragma once
+
+#include "Core/Base/Bytes.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace corvid {
+
+class DispatchQueue;
+
+/// A named end of a conversation, made by a MessagePortService and used with that service only:
+/// a remote port (somebody else's name) or a local one (a name of this process).
+/// Dropping the last reference to a remote port closes it. Dropping a local one invalidates it.
+class MessagePort {
+public:
+    virtual ~MessagePort() = default;
+    /// The name it was made with.
+    virtual const std::string& name() const = 0;
+};
+
+using MessagePortRef = std::shared_ptr<MessagePort>;
+
+/// What became of a request; the values are the platform's (`kCFMessagePortSuccess` and so on).
+enum class SendStatus : std::int32_t {
+    success = 0,
+    sendTimeout = -1,
+    receiveTimeout = -2,
+    isInvalid = -3,
+    transportError = -4,
+    becameInvalid = -5,
+};
+
+/// Answers one message that arrived at the local port `port`. `data` is absent when the message
+/// carried no byte buffer; it is borrowed for the call. The result is the reply; nothing for none.
+using MessagePortCallback = std::function<std::optional<Bytes>(
+    MessagePort& port, std::int32_t messageID, std::optional<ByteView> data)>;
+
+/// Named local ports with synchronous request and reply: the operations of the platform's message
+/// ports (`CFMessagePort`), each under its own name without the prefix "CFMessagePort".
+/// All operations may be called from any thread.
+class MessagePortService {
+public:
+    virtual ~MessagePortService() = default;
+
+    /// A reference to the port that a live process of this user serves as `name`, 1 to 255 bytes.
+    /// Null, at once, when there is none.
+    virtual MessagePortRef createRemote(std::string_view name) = 0;
+
+    /// Sends `data`, up to 64 MiB, to `remote`. A view of no memory at all carries no byte buffer.
+    ///
+    /// With a `replyMode` it waits for the answer and puts it into `*reply` (when `reply` is not
+    /// null); without one it returns once the receiver has taken the message, and `*reply` is left
+    /// alone. `sendTimeout` and `receiveTimeout` become two deadlines at the start of the two
+    /// phases; nothing that the peer does extends them. `*reply` is written on success only, and
+    /// left as it is when the peer answered without data.
+    virtual SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
+                                   std::chrono::milliseconds sendTimeout,
+                                   std::chrono::milliseconds receiveTimeout,
+                                   std::optional<std::string_view> replyMode,
+                                   std::optional<Bytes>* reply) = 0;
+
+    /// Takes the name for this process and opens a port that will answer with `callback`; messages
+    /// wait until setDispatchQueue() gives it a queue. Null when the name is taken by a live
+    /// process (this one included) or cannot be made.
+    virtual MessagePortRef createLocal(std::string_view name, MessagePortCallback callback) = 0;
+
+    /// Runs every callback of `local` on `queue`, one after another, in the order of arrival.
+    /// `queue` comes from the Dispatch of the same platform and outlives the port. Once a port.
+    virtual void setDispatchQueue(MessagePort& local, DispatchQueue& queue) = 0;
+
+    /// Stops delivery and frees the name. Returns when no callback of this port runs or will run;
+    /// called on the port's own queue it returns at once, and no later callback starts.
+    /// Does nothing the second time.
+    virtual void invalidate(MessagePort& port) = 0;
+};
+
+} // namespace corvid

@@ -1,0 +1,196 @@
+#include "Platform/Mac/MacMessagePortService.h"
+
+#include "Platform/Mac/MacDispatch.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+// Plain C++ on purpose: Core Foundation's objects are owned by the type below, whatever the
+// reference counting of the Objective-C sources.
+
+namespace corvid {
+
+namespace {
+
+struct Release {
+    void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <class Ref>
+using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
+
+constexpr std::size_t kMaximumNameLength = 255;
+
+Owned<CFStringRef> makeString(std::string_view text) {
+    return Owned<CFStringRef>(
+        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+}
+
+/// Null for a view of nothing, which is not the same as an empty buffer.
+Owned<CFDataRef> makeData(ByteView bytes) {
+    if (bytes.data() == nullptr) {
+        return nullptr;
+    }
+    return Owned<CFDataRef>(
+        CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+}
+
+Owned<CFDataRef> makeReply(const Bytes& reply) {
+    return Owned<CFDataRef>(
+        CFDataCreate(kCFAllocatorDefault, reply.data(), static_cast<CFIndex>(reply.size())));
+}
+
+ByteView view(CFDataRef data) {
+    return {CFDataGetBytePtr(data), static_cast<std::size_t>(CFDataGetLength(data))};
+}
+
+CFTimeInterval seconds(std::chrono::milliseconds duration) {
+    return std::chrono::duration<CFTimeInterval>(duration).count();
+}
+
+class RemotePort final : public MessagePort {
+public:
+    RemotePort(std::string name, Owned<CFMessagePortRef> port)
+        : name_(std::move(name)), port_(std::move(port)) {}
+
+    const std::string& name() const override { return name_; }
+    CFMessagePortRef native() const { return port_.get(); }
+
+    /// Of this reference only: Core Foundation may share the port itself among several.
+    void invalidate() { isValid_ = false; }
+    bool isValid() const { return isValid_; }
+
+private:
+    const std::string name_;
+    const Owned<CFMessagePortRef> port_;
+    std::atomic<bool> isValid_{true};
+};
+
+class LocalPort final : public MessagePort {
+public:
+    /// Null when the system does not give the name to this process.
+    static std::shared_ptr<LocalPort> create(std::string_view name, MessagePortCallback callback);
+
+    ~LocalPort() override { invalidate(); }
+    LocalPort(const LocalPort&) = delete;
+    LocalPort& operator=(const LocalPort&) = delete;
+
+    const std::string& name() const override { return name_; }
+
+    void setDispatchQueue(MacDispatchQueue& queue) {
+        queue_ = &queue;
+        CFMessagePortSetDispatchQueue(port_.get(), queue.native());
+    }
+
+    void invalidate() {
+        if (!isOpen_.exchange(false)) {
+            return;
+        }
+        CFMessagePortInvalidate(port_.get());
+        // The queue is serial: behind what runs or waits on it now, nothing of this port is left.
+        if (queue_ != nullptr && !queue_->isCurrent()) {
+            std::promise<void> passed;
+            queue_->async([&passed] { passed.set_value(); });
+            passed.get_future().wait();
+        }
+    }
+
+private:
+    LocalPort(std::string_view name, MessagePortCallback callback)
+        : name_(name), callback_(std::move(callback)) {}
+
+    /// The reply, which Core Foundation releases.
+    static CFDataRef receive(CFMessagePortRef /*port*/, SInt32 messageID, CFDataRef data,
+                             void* info) {
+        auto& self = *static_cast<LocalPort*>(info);
+        if (!self.isOpen_) {
+            return nullptr;
+        }
+        const std::optional<Bytes> reply = self.callback_(
+            self, messageID, data != nullptr ? std::optional(view(data)) : std::nullopt);
+        return reply ? makeReply(*reply).release() : nullptr;
+    }
+
+    const std::string name_;
+    const MessagePortCallback callback_;
+    Owned<CFMessagePortRef> port_;
+    MacDispatchQueue* queue_ = nullptr;
+    std::atomic<bool> isOpen_{true};
+};
+
+std::shared_ptr<LocalPort> LocalPort::create(std::string_view name, MessagePortCallback callback) {
+    std::shared_ptr<LocalPort> local(new LocalPort(name, std::move(callback)));
+    CFMessagePortContext context{0, local.get(), nullptr, nullptr, nullptr};
+    Boolean isAnother = false;
+    local->port_.reset(CFMessagePortCreateLocal(kCFAllocatorDefault, makeString(name).get(),
+                                                &LocalPort::receive, &context, &isAnother));
+    if (local->port_ == nullptr || isAnother) {
+        // Core Foundation hands out this process's own port when the name is taken by that.
+        local->isOpen_ = false;
+        return nullptr;
+    }
+    return local;
+}
+
+} // namespace
+
+MessagePortRef MacMessagePortService::createRemote(std::string_view name) {
+    if (name.empty() || name.size() > kMaximumNameLength) {
+        return nullptr;
+    }
+    Owned<CFMessagePortRef> port(
+        CFMessagePortCreateRemote(kCFAllocatorDefault, makeString(name).get()));
+    if (port == nullptr) {
+        return nullptr;
+    }
+    return std::make_shared<RemotePort>(std::string(name), std::move(port));
+}
+
+SendStatus MacMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,
+                                              ByteView data, std::chrono::milliseconds sendTimeout,
+                                              std::chrono::milliseconds receiveTimeout,
+                                              std::optional<std::string_view> replyMode,
+                                              std::optional<Bytes>* reply) {
+    auto& port = static_cast<RemotePort&>(remote);
+    if (!port.isValid()) {
+        return SendStatus::isInvalid;
+    }
+    const Owned<CFStringRef> mode = replyMode ? makeString(*replyMode) : nullptr;
+    CFDataRef received = nullptr;
+    const SInt32 status = CFMessagePortSendRequest(port.native(), messageID, makeData(data).get(),
+                                                   seconds(sendTimeout), seconds(receiveTimeout),
+                                                   mode.get(), replyMode ? &received : nullptr);
+    const Owned<CFDataRef> owned(received);
+    if (status == kCFMessagePortSuccess && owned != nullptr && reply != nullptr) {
+        const ByteView bytes = view(owned.get());
+        reply->emplace(bytes.begin(), bytes.end());
+    }
+    return static_cast<SendStatus>(status);
+}
+
+MessagePortRef MacMessagePortService::createLocal(std::string_view name,
+                                                  MessagePortCallback callback) {
+    if (name.empty() || name.size() > kMaximumNameLength) {
+        return nullptr;
+    }
+    return LocalPort::create(name, std::move(callback));
+}
+
+void MacMessagePortService::setDispatchQueue(MessagePort& local, DispatchQueue& queue) {
+    static_cast<LocalPort&>(local).setDispatchQueue(static_cast<MacDispatchQueue&>(queue));
+}
+
+void MacMessagePortService::invalidate(MessagePort& port) {
+    if (auto* local = dynamic_cast<LocalPort*>(&port)) {
+        local->invalidate();
+    } else {
+        static_cast<RemotePort&>(port).invalidate();
+    }
+}
+
+} // namespace corvid

@@ -1,0 +1,457 @@
+#include "Platform/Unix/MessagePortServer.h"
+
+#include "Platform/Unix/UnixDispatch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+#include <utility>
+
+namespace corvid {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::size_t kMaxConnections = 64;
+
+// What a peer may take, in all, to write its request, or to read its reply.
+constexpr std::chrono::seconds kPatience{5};
+
+// Above what a socket holds (net.core.wmem_default), so that the sender of a large request is
+// still there while the request waits for memory.
+constexpr std::size_t kLargeBytes = std::size_t{256} << 10U;
+constexpr std::size_t kMaxLargeBytes = 2 * kMaxFrameDataBytes;
+
+// A busy sender gets its turn again in the next round.
+constexpr std::size_t kMaxBytesPerRound = std::size_t{4} << 20U;
+
+constexpr std::size_t kScratchBytes = std::size_t{16} << 10U;
+
+constexpr std::chrono::milliseconds kPauseWithoutDescriptors{50};
+
+} // namespace
+
+struct MessagePortServer::Connection final : EventSource {
+    enum class Phase { reading, waitingForMemory, complete, writing, dropped };
+
+    Connection(MessagePortServer& owner, ForkClosedFd socket, LocalMessagePort& target, pid_t pid)
+        : server(owner), fd(std::move(socket)), port(target.shared_from_this()), peer(pid) {}
+
+    void onEvents(std::uint32_t) override { server.onConnectionEvents(*this); }
+
+    bool isSilent() const { return phase == Phase::reading && !reader.hasBegun(); }
+
+    MessagePortServer& server;
+    ForkClosedFd fd;
+    std::shared_ptr<LocalMessagePort> port;
+    pid_t peer;
+    Phase phase = Phase::reading;
+    steady_clock::time_point since = steady_clock::now(); ///< of the phase
+    std::uint32_t watchedEvents = 0;
+    FrameReader reader;
+    std::size_t largeBytes = 0;
+    std::array<std::uint8_t, kFrameHeaderBytes> replyHeader{};
+    Bytes reply;
+    std::size_t written = 0;
+};
+
+LocalMessagePort::LocalMessagePort(std::string name, PortFolder::Listener listener,
+                                   MessagePortCallback callback)
+    : name_(std::move(name)), callback_(std::move(callback)), process_(getpid()),
+      listener_(std::move(listener)) {}
+
+LocalMessagePort::~LocalMessagePort() = default;
+
+void LocalMessagePort::setDispatchQueue(UnixDispatchQueue& queue) {
+    {
+        const MutexLock lock(mutex_);
+        if (!isValid_ || queue_ != nullptr) {
+            return;
+        }
+        queue_ = &queue;
+    }
+    queue.async([self = shared_from_this(), &queue]() mutable {
+        queue.messagePorts().add(std::move(self));
+    });
+}
+
+void LocalMessagePort::invalidate() {
+    UnixDispatchQueue* queue = nullptr;
+    {
+        const MutexLock lock(mutex_);
+        // In a forked child the queue has no thread, and the name is the parent's.
+        if (!isValid_ || process_ != getpid()) {
+            return;
+        }
+        isValid_ = false;
+        queue = queue_;
+    }
+    const auto end = [this] {
+        if (server_ != nullptr) {
+            server_->remove(*this);
+        }
+        PortFolder::release(listener_);
+    };
+    if (queue != nullptr) {
+        queue->sync(end);
+    } else {
+        end();
+    }
+}
+
+void LocalMessagePort::onEvents(std::uint32_t) {
+    server_->accept(*this);
+}
+
+MessagePortServer::MessagePortServer(EventLoop& loop) : loop_(loop), scratch_(kScratchBytes) {}
+
+MessagePortServer::~MessagePortServer() = default;
+
+void MessagePortServer::add(std::shared_ptr<LocalMessagePort> port) {
+    port->server_ = this;
+    if (isListening_) {
+        loop_.watch(port->listener_.fd.get(), EPOLLIN, *port);
+    }
+    ports_.push_back(std::move(port));
+}
+
+void MessagePortServer::remove(LocalMessagePort& port) {
+    port.server_ = nullptr;
+    loop_.unwatch(port.listener_.fd.get(), port);
+    for (const auto& connection : connections_) {
+        if (connection->port.get() == &port && connection->phase != Connection::Phase::writing) {
+            drop(*connection);
+        }
+    }
+    std::erase_if(ports_, [&](const auto& candidate) { return candidate.get() == &port; });
+    tidy();
+}
+
+void MessagePortServer::accept(LocalMessagePort& port) {
+    loop_.atRoundEnd(*this);
+    for (std::size_t accepted = 0; accepted < kMaxConnections; ++accepted) {
+        if (openCount_ >= kMaxConnections && !makeRoom()) {
+            listen(false);
+            return;
+        }
+        OwnedFd fd(
+            accept4(port.listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!fd) {
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                // Who waits in the kernel is served when there are descriptors again.
+                listen(false);
+                listenAgain_ = steady_clock::now() + kPauseWithoutDescriptors;
+            }
+            return;
+        }
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
+            peer.uid != geteuid()) {
+            continue;
+        }
+        connections_.push_back(
+            std::make_unique<Connection>(*this, ForkClosedFd(std::move(fd)), port, peer.pid));
+        ++openCount_;
+    }
+}
+
+// Read at the end of the round: by then most senders have written, and need not be watched.
+void MessagePortServer::readNew() {
+    for (const auto& connection : connections_) {
+        if (connection->phase == Connection::Phase::reading && connection->watchedEvents == 0) {
+            read(*connection);
+        }
+    }
+}
+
+void MessagePortServer::listen(bool on) {
+    if (on == isListening_) {
+        return;
+    }
+    isListening_ = on;
+    for (const auto& port : ports_) {
+        if (on) {
+            loop_.watch(port->listener_.fd.get(), EPOLLIN, *port);
+        } else {
+            loop_.unwatch(port->listener_.fd.get(), *port);
+        }
+    }
+}
+
+// Gives up the connection that has said nothing for the longest time; its sender connects again
+// when it has something to say.
+bool MessagePortServer::makeRoom() {
+    for (const auto& connection : connections_) {
+        if (connection->isSilent()) {
+            retire(*connection);
+            if (connection->phase == Connection::Phase::dropped) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// Closes a connection to its sender's knowledge, and takes what was sent before.
+void MessagePortServer::retire(Connection& connection) {
+    shutdown(connection.fd.get(), SHUT_RD);
+    read(connection);
+}
+
+void MessagePortServer::onConnectionEvents(Connection& connection) {
+    loop_.atRoundEnd(*this);
+    if (connection.phase == Connection::Phase::writing) {
+        write(connection);
+    } else {
+        read(connection);
+    }
+}
+
+void MessagePortServer::read(Connection& connection) {
+    using State = FrameReader::State;
+    FrameReader& reader = connection.reader;
+    std::size_t readBytes = 0;
+    while (connection.phase == Connection::Phase::reading && readBytes < kMaxBytesPerRound) {
+        const bool isData = reader.state() == State::data;
+        std::span<std::uint8_t> space(scratch_);
+        if (isData) {
+            if (!reserveLarge(connection)) {
+                return;
+            }
+            try {
+                space = reader.space();
+            } catch (const std::bad_alloc&) {
+                drop(connection);
+                return;
+            }
+        }
+        const ssize_t count = recv(connection.fd.get(), space.data(), space.size(), MSG_DONTWAIT);
+        if (count <= 0) {
+            if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+                drop(connection);
+            }
+            return;
+        }
+        const auto size = static_cast<std::size_t>(count);
+        readBytes += size;
+        const State state = isData ? reader.received(size) : reader.feed(space.first(size));
+        if (state == State::unreadable && reader.header().kind == FrameKind::request &&
+            reader.header().wantsReply) {
+            reply(connection, true, std::nullopt);
+        } else if (state == State::unreadable || state == State::refused ||
+                   (state != State::header && reader.header().kind != FrameKind::request)) {
+            drop(connection);
+        } else if (state == State::complete) {
+            connection.phase = Connection::Phase::complete;
+            hasComplete_ = true;
+        }
+    }
+}
+
+bool MessagePortServer::reserveLarge(Connection& connection) {
+    const std::size_t bytes = connection.reader.header().dataBytes;
+    if (bytes <= kLargeBytes || connection.largeBytes > 0) {
+        return true;
+    }
+    if (largeBytes_ + bytes > kMaxLargeBytes) {
+        connection.phase = Connection::Phase::waitingForMemory;
+        watch(connection, 0);
+        return false;
+    }
+    connection.largeBytes = bytes;
+    largeBytes_ += bytes;
+    return true;
+}
+
+void MessagePortServer::releaseLarge(Connection& connection) {
+    if (connection.largeBytes == 0) {
+        return;
+    }
+    largeBytes_ -= std::exchange(connection.largeBytes, 0);
+    for (const auto& waiting : connections_) {
+        if (waiting->phase == Connection::Phase::waitingForMemory) {
+            waiting->phase = Connection::Phase::reading;
+            watch(*waiting, EPOLLIN);
+        }
+    }
+}
+
+void MessagePortServer::onRoundEnd() {
+    readNew();
+    if (hasComplete_) {
+        isInRound_ = true;
+        hasComplete_ = false;
+        readPredecessors();
+        // In the order of the connections. None is added meanwhile.
+        for (const auto& connection : connections_) {
+            if (connection->phase == Connection::Phase::complete) {
+                answer(*connection);
+            }
+        }
+        isInRound_ = false;
+    }
+    tidy();
+}
+
+// A sender connects for a request when it has sent all of the one before, so that the older
+// connections of the sender of a complete request now yield theirs.
+void MessagePortServer::readPredecessors() {
+    std::vector<pid_t> senders;
+    for (auto next = connections_.rbegin(); next != connections_.rend(); ++next) {
+        Connection& connection = **next;
+        const bool isOfSender =
+            std::find(senders.begin(), senders.end(), connection.peer) != senders.end();
+        if (connection.phase == Connection::Phase::complete && !isOfSender) {
+            senders.push_back(connection.peer);
+        } else if (connection.phase == Connection::Phase::reading && isOfSender) {
+            read(connection);
+        }
+    }
+}
+
+void MessagePortServer::answer(Connection& connection) {
+    const FrameHeader& header = connection.reader.header();
+    const Bytes data = connection.reader.takeData();
+    // Kept by the connection, port and callback outlive a removal by the callback, and so does
+    // the reply.
+    LocalMessagePort& port = *connection.port;
+    connection.phase = Connection::Phase::writing;
+    auto answer = port.callback_(port, header.messageID,
+                                 header.hasData ? std::optional<ByteView>(data) : std::nullopt);
+    releaseLarge(connection);
+    if (!header.wantsReply) {
+        drop(connection);
+    } else {
+        const bool isTooLarge = answer && answer->size() > kMaxFrameDataBytes;
+        reply(connection, isTooLarge, isTooLarge ? std::nullopt : std::move(answer));
+    }
+}
+
+void MessagePortServer::reply(Connection& connection, bool isRefusal, std::optional<Bytes> data) {
+    const FrameHeader& request = connection.reader.header();
+    FrameHeader header;
+    header.kind = FrameKind::reply;
+    header.hasData = data.has_value();
+    header.isRefusal = isRefusal;
+    header.messageID = request.messageID;
+    header.number = request.number;
+    header.dataBytes = data ? static_cast<std::uint32_t>(data->size()) : 0;
+    connection.replyHeader = encodedHeader(header);
+    connection.reply = data ? std::move(*data) : Bytes();
+    connection.phase = Connection::Phase::writing;
+    connection.since = steady_clock::now();
+    write(connection);
+
+    if (connection.phase == Connection::Phase::writing && connection.reply.size() > kLargeBytes) {
+        connection.largeBytes = connection.reply.size();
+        largeBytes_ += connection.largeBytes;
+        // The callback has made the reply already: the bound is kept at the cost of the peer that
+        // has been reading its own for the longest time.
+        for (const auto& oldest : connections_) {
+            if (largeBytes_ <= kMaxLargeBytes) {
+                break;
+            }
+            if (oldest->phase == Connection::Phase::writing && oldest->largeBytes > 0) {
+                drop(*oldest);
+            }
+        }
+    }
+}
+
+void MessagePortServer::write(Connection& connection) {
+    const std::size_t total = kFrameHeaderBytes + connection.reply.size();
+    while (connection.written < total) {
+        const std::size_t headerWritten = std::min(connection.written, kFrameHeaderBytes);
+        const std::size_t dataWritten = connection.written - headerWritten;
+        std::array<iovec, 2> parts{
+            iovec{connection.replyHeader.data() + headerWritten, kFrameHeaderBytes - headerWritten},
+            iovec{connection.reply.data() + dataWritten, connection.reply.size() - dataWritten}};
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        const ssize_t count = sendmsg(connection.fd.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0) {
+            if (errno == EAGAIN) {
+                watch(connection, EPOLLOUT);
+            } else {
+                drop(connection);
+            }
+            return;
+        }
+        connection.written += static_cast<std::size_t>(count);
+    }
+    drop(connection);
+}
+
+void MessagePortServer::watch(Connection& connection, std::uint32_t events) {
+    if (connection.watchedEvents == events) {
+        return;
+    }
+    if (connection.watchedEvents != 0) {
+        loop_.unwatch(connection.fd.get(), connection);
+    }
+    connection.watchedEvents = events;
+    if (events != 0) {
+        loop_.watch(connection.fd.get(), events, connection);
+    }
+}
+
+void MessagePortServer::drop(Connection& connection) {
+    if (connection.phase == Connection::Phase::dropped) {
+        return;
+    }
+    watch(connection, 0);
+    connection.phase = Connection::Phase::dropped;
+    connection.fd.reset();
+    connection.reply = Bytes();
+    --openCount_;
+    releaseLarge(connection);
+}
+
+// Between two rounds: frees what was dropped, and watches what is left.
+void MessagePortServer::tidy() {
+    if (isInRound_) {
+        return;
+    }
+    std::erase_if(connections_, [](const auto& connection) {
+        return connection->phase == Connection::Phase::dropped;
+    });
+    std::optional<steady_clock::time_point> next = listenAgain_;
+    for (const auto& connection : connections_) {
+        if (connection->phase == Connection::Phase::reading) {
+            watch(*connection, EPOLLIN);
+        }
+        const auto end = connection->since + kPatience;
+        next = next ? std::min(*next, end) : end;
+    }
+    if (openCount_ < kMaxConnections && !listenAgain_) {
+        listen(true);
+    }
+    loop_.setTimer(*this, next);
+}
+
+void MessagePortServer::onTimer() {
+    loop_.atRoundEnd(*this);
+    const auto now = steady_clock::now();
+    if (listenAgain_ && *listenAgain_ <= now) {
+        listenAgain_.reset();
+    }
+    for (const auto& connection : connections_) {
+        if (connection->since + kPatience > now) {
+            continue;
+        }
+        if (connection->isSilent()) {
+            retire(*connection);
+        } else if (connection->phase != Connection::Phase::complete) {
+            drop(*connection);
+        }
+    }
+}
+
+} // namespace corvid

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "Core/Base/Mutex.h"
+#include "Platform/Unix/Deadline.h"
+#include "Platform/Unix/ForkClosedFd.h"
+#include "Platform/Unix/OwnedFd.h"
+#include "Platform/Unix/RuntimeFolder.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace corvid {
+
+/// A name that a live process of this user serves.
+struct LivePort {
+    std::string name;
+    pid_t process = 0;
+    std::chrono::system_clock::time_point since; ///< when the name was taken
+};
+
+/// The folder `ports` of the runtime folder: one listening socket a name.
+///
+/// A name is alive as long as its socket accepts connections, so it is free again the moment its
+/// owner dies, however it dies. Taking a name is done under a lock on the folder, so exactly one
+/// of several takers succeeds. docs/message-port-protocol.md says the same for other languages.
+/// Any thread.
+class PortFolder {
+public:
+    explicit PortFolder(RuntimeFolder runtimeFolder);
+
+    const RuntimeFolder& runtimeFolder() const { return runtimeFolder_; }
+    std::string path() const { return runtimeFolder_.pathOf("ports"); }
+
+    /// The file name of the socket of `name` (1 to 255 bytes); two names never have the same one
+    /// unless they are so long that it is made with a hash (see the protocol's page).
+    static std::string fileName(std::string_view name);
+
+    enum class ConnectResult { connected, absent, timedOut };
+    /// A stream connection to the process that serves a name.
+    struct Connection {
+        ConnectResult result = ConnectResult::absent;
+        OwnedFd fd; ///< non-blocking
+        pid_t process = 0;
+        bool isDead = false; ///< absent because its owner has died
+    };
+    /// Connects to `name`. A port of another user counts as absent, and so does a bad folder.
+    /// When the port has no room for one more connection, waits until `deadline`; without one it
+    /// does not wait and answers timedOut, which also means: there is such a port.
+    Connection connect(std::string_view name, std::optional<Deadline> deadline) const;
+
+    /// The socket of a name that this process owns, and where it is.
+    struct Listener {
+        ForkClosedFd fd; ///< listening, non-blocking; none in a forked child
+        OwnedFd folder;
+        std::string file;
+        ino_t inode = 0;
+    };
+    /// Takes `name`, making the folder if need be. Nothing when a live process has the name, this
+    /// one included, or it cannot be had; then `problem`, if given, says why in words.
+    std::optional<Listener> take(std::string_view name, std::string* problem = nullptr);
+
+    /// Frees the name of `listener`: from now on it is absent. Does nothing in a forked child.
+    static void release(Listener& listener);
+
+    /// The live ports whose names begin with `prefix`, sorted by name.
+    std::vector<LivePort> livePorts(std::string_view prefix = {}) const;
+
+private:
+    /// The opened folder, checked this very moment; null when there is none that is good.
+    std::shared_ptr<const OwnedFd> folder() const;
+    Connection connectFile(int folder, const std::string& file,
+                           std::optional<Deadline> deadline) const;
+    /// Removes what dead owners left, so that it does not add up. Under the takers' lock.
+    void removeDead(int folder) const;
+
+    RuntimeFolder runtimeFolder_;
+    mutable Mutex mutex_;
+    mutable std::shared_ptr<const OwnedFd> folder_ CORVID_GUARDED_BY(mutex_);
+};
+
+} // namespace corvid

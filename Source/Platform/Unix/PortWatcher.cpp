@@ -1,0 +1,45 @@
+#include "Platform/Unix/PortWatcher.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace corvid {
+
+namespace {
+
+bool contains(const std::vector<LivePort>& ports, const LivePort& port) {
+    return std::any_of(ports.begin(), ports.end(), [&](const LivePort& candidate) {
+        return candidate.name == port.name && candidate.process == port.process &&
+               candidate.since == port.since;
+    });
+}
+
+} // namespace
+
+PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue& queue,
+                         Callback callback)
+    : folder_(folder), prefix_(std::move(prefix)), callback_(std::move(callback)),
+      watcher_(std::move(folder), queue, [this] { look(); }) {}
+
+void PortWatcher::look() {
+    const std::vector<LivePort> before = std::exchange(known_, folder_.livePorts(prefix_));
+    const std::vector<LivePort> now = known_;
+    std::vector<pid_t> owners;
+    owners.reserve(now.size());
+    for (const LivePort& port : now) {
+        owners.push_back(port.process);
+    }
+    watcher_.watchProcesses(owners);
+    for (const LivePort& port : before) {
+        if (!contains(now, port)) {
+            callback_(port, false);
+        }
+    }
+    for (const LivePort& port : now) {
+        if (!contains(before, port)) {
+            callback_(port, true);
+        }
+    }
+}
+
+} // namespace corvid

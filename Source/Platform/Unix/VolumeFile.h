@@ -1,0 +1,96 @@
+#pragma once
+
+#include "Platform/Unix/FolderWatcher.h"
+#include "Platform/Unix/ForkClosedFd.h"
+#include "Platform/Unix/RuntimeFolder.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace corvid {
+
+/// A local folder that stands for the volume, as a live process has published it.
+struct PublishedVolume {
+    std::string folder;   ///< absolute
+    bool isFixed = false; ///< false: nobody named the folder, the publisher fell back to it
+    pid_t process = 0;    ///< the publisher
+};
+
+/// The small file beside the ports in which a process says which local folder is the volume:
+/// the folder, `fixed` or `default`, and the process, a line each. The publisher holds a lock on
+/// the file for as long as it lives, so that a file without a lock counts as absent, and so that
+/// there is one publisher at a time. Any thread.
+class VolumeFile {
+public:
+    /// What a host application publishes, and what the extension does.
+    static VolumeFile ofHost(RuntimeFolder folder);
+    static VolumeFile ofExtension(RuntimeFolder folder);
+
+    /// The right to publish; gives it up and removes the file when it goes.
+    class Publication {
+    public:
+        ~Publication();
+        Publication(const Publication&) = delete;
+        Publication& operator=(const Publication&) = delete;
+
+        /// Publishes another folder in place of the last. Empty when done, else the problem.
+        std::string update(const std::string& folder, bool isFixed);
+
+    private:
+        friend class VolumeFile;
+        Publication(OwnedFd folder, std::string name);
+        std::string write(const std::string& folder, bool isFixed);
+
+        OwnedFd folder_;
+        std::string name_;
+        pid_t process_;
+        ForkClosedFd file_;
+    };
+
+    /// What became of publish(): a publication; or who has published already; or a problem, which
+    /// names the path, what is wrong and the remedy.
+    struct Published {
+        std::unique_ptr<Publication> publication;
+        std::optional<PublishedVolume> existing;
+        std::string problem;
+    };
+    /// Publishes `folder`, an absolute path without a newline.
+    Published publish(const std::string& folder, bool isFixed) const;
+
+    /// What a live process has published; nothing when there is none.
+    std::optional<PublishedVolume> read() const;
+
+    /// Calls `onChange` on `queue` with what read() says, once soon and whenever it has changed.
+    /// As PortWatcher.
+    class Watcher;
+    using Callback = std::function<void(const std::optional<PublishedVolume>&)>;
+    std::unique_ptr<Watcher> watch(DispatchQueue& queue, Callback onChange) const;
+
+    /// Where it is.
+    std::string path() const { return folder_.pathOf(name_); }
+
+private:
+    VolumeFile(RuntimeFolder folder, std::string name);
+
+    RuntimeFolder folder_;
+    std::string name_;
+};
+
+class VolumeFile::Watcher {
+public:
+    Watcher(VolumeFile file, DispatchQueue& queue, Callback onChange);
+
+private:
+    void look();
+
+    VolumeFile file_;
+    Callback onChange_;
+    bool hasLooked_ = false;
+    std::optional<PublishedVolume> last_;
+    FolderWatcher watcher_; ///< last: it calls the rest
+};
+
+} // namespace corvid

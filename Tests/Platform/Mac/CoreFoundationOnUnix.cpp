@@ -1,0 +1,218 @@
+#include "Tests/Platform/Mac/CoreFoundationOnUnix.h"
+
+#include "Core/Base/Mutex.h"
+#include "Platform/Unix/UnixDispatch.h"
+#include "Platform/Unix/UnixMessagePortService.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+
+using corvid::Bytes;
+using corvid::ByteView;
+
+namespace {
+
+/// What CFRelease() counts down.
+struct Object {
+    virtual ~Object() = default;
+    mutable std::atomic<int> references = 1;
+};
+
+thread_local dispatch_queue_t currentQueue = nullptr;
+
+struct Ports {
+    explicit Ports(const corvid::RuntimeFolder& folder) : service(folder) {}
+
+    corvid::UnixMessagePortService service;
+    corvid::Mutex mutex;
+    /// Open local ports of this process.
+    std::map<std::string, CFMessagePortRef> locals CORVID_GUARDED_BY(mutex);
+};
+
+std::shared_ptr<Ports> ports;
+
+} // namespace
+
+struct __CFString : Object {
+    std::string text;
+};
+
+struct __CFData : Object {
+    Bytes bytes;
+};
+
+struct dispatch_queue_s {
+    explicit dispatch_queue_s(const char* label) : queue(label) {}
+
+    std::map<const void*, void*> specifics;
+    corvid::UnixDispatchQueue queue; // last: its thread ends first
+};
+
+struct __CFMessagePort : Object {
+    ~__CFMessagePort() override { CFMessagePortInvalidate(this); }
+
+    std::shared_ptr<Ports> owner = ports;
+    corvid::MessagePortRef port;
+    bool isLocal = false;
+    std::atomic<dispatch_queue_t> queue = nullptr;
+};
+
+namespace corvid::test {
+
+void setCoreFoundationFolder(const RuntimeFolder& folder) {
+    ports = std::make_shared<Ports>(folder);
+}
+
+} // namespace corvid::test
+
+void CFRelease(CFTypeRef object) {
+    const auto* counted = static_cast<const Object*>(object);
+    if (--counted->references == 0) {
+        delete counted;
+    }
+}
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex size,
+                                    CFStringEncoding, Boolean) {
+    auto* const string = new __CFString;
+    string->text.assign(bytes, bytes + size);
+    return string;
+}
+
+CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex size) {
+    auto* const data = new __CFData;
+    // An empty buffer is a buffer.
+    data->bytes.reserve(static_cast<std::size_t>(size) + 1);
+    data->bytes.assign(bytes, bytes + size);
+    return data;
+}
+
+const UInt8* CFDataGetBytePtr(CFDataRef data) {
+    return data->bytes.data();
+}
+
+CFIndex CFDataGetLength(CFDataRef data) {
+    return static_cast<CFIndex>(data->bytes.size());
+}
+
+CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
+                                          CFMessagePortCallBack callback,
+                                          CFMessagePortContext* context, Boolean* shouldFreeInfo) {
+    *shouldFreeInfo = 0;
+    const corvid::MutexLock lock(ports->mutex);
+    if (const auto found = ports->locals.find(name->text); found != ports->locals.end()) {
+        // The port that this process has already, and the context is not needed.
+        *shouldFreeInfo = 1;
+        ++found->second->references;
+        return found->second;
+    }
+    auto* const local = new __CFMessagePort;
+    local->isLocal = true;
+    local->port = ports->service.createLocal(
+        name->text,
+        [local, callback,
+         info = context->info](corvid::MessagePort&, std::int32_t messageID,
+                               std::optional<ByteView> data) -> std::optional<Bytes> {
+            currentQueue = local->queue;
+            CFDataRef received = nullptr;
+            if (data) {
+                received = CFDataCreate(nullptr, data->data(), static_cast<CFIndex>(data->size()));
+            }
+            CFDataRef const reply = callback(local, messageID, received, info);
+            if (received != nullptr) {
+                CFRelease(received);
+            }
+            if (reply == nullptr) {
+                return std::nullopt;
+            }
+            Bytes bytes = reply->bytes;
+            CFRelease(reply);
+            return bytes;
+        });
+    if (local->port == nullptr) {
+        CFRelease(local);
+        return nullptr;
+    }
+    ports->locals.emplace(name->text, local);
+    return local;
+}
+
+CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
+    auto port = ports->service.createRemote(name->text);
+    if (port == nullptr) {
+        return nullptr;
+    }
+    auto* const remote = new __CFMessagePort;
+    remote->port = std::move(port);
+    return remote;
+}
+
+SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 messageID, CFDataRef data,
+                                CFTimeInterval sendTimeout, CFTimeInterval receiveTimeout,
+                                CFStringRef replyMode, CFDataRef* returnData) {
+    const auto milliseconds = [](CFTimeInterval seconds) {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::duration<double>(seconds));
+    };
+    std::optional<Bytes> reply;
+    const auto status = remote->owner->service.sendRequest(
+        *remote->port, messageID, data != nullptr ? ByteView(data->bytes) : ByteView(),
+        milliseconds(sendTimeout), milliseconds(receiveTimeout),
+        replyMode != nullptr ? std::optional<std::string_view>(replyMode->text) : std::nullopt,
+        &reply);
+    if (reply && returnData != nullptr) {
+        *returnData = CFDataCreate(nullptr, reply->data(), static_cast<CFIndex>(reply->size()));
+    }
+    return static_cast<SInt32>(status);
+}
+
+void CFMessagePortSetDispatchQueue(CFMessagePortRef port, dispatch_queue_t queue) {
+    port->queue = queue;
+    port->owner->service.setDispatchQueue(*port->port, queue->queue);
+}
+
+void CFMessagePortInvalidate(CFMessagePortRef port) {
+    if (port->port == nullptr) {
+        return;
+    }
+    port->owner->service.invalidate(*port->port);
+    if (port->isLocal) {
+        const corvid::MutexLock lock(port->owner->mutex);
+        const auto found = port->owner->locals.find(port->port->name());
+        if (found != port->owner->locals.end() && found->second == port) {
+            port->owner->locals.erase(found);
+        }
+    }
+}
+
+dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t) {
+    return new dispatch_queue_s(label);
+}
+
+void dispatch_release(dispatch_queue_t queue) {
+    delete queue;
+}
+
+void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+    queue->queue.async([=] {
+        currentQueue = queue;
+        work(context);
+    });
+}
+
+void dispatch_queue_set_specific(dispatch_queue_t queue, const void* key, void* context,
+                                 dispatch_function_t) {
+    queue->specifics[key] = context;
+}
+
+void* dispatch_get_specific(const void* key) {
+    if (currentQueue == nullptr) {
+        return nullptr;
+    }
+    const auto found = currentQueue->specifics.find(key);
+    return found == currentQueue->specifics.end() ? nullptr : found->second;
+}

@@ -1,0 +1,121 @@
+#include "Core/Archive/KeyedArchive.h"
+#include "Core/Archive/OpaqueObject.h"
+#include "Platform/Mac/FoundationValues.h"
+#include "Tests/Support/ValueText.h"
+
+#import <AppKit/AppKit.h>
+
+#include <gtest/gtest.h>
+
+// The payloads go through our own codec. Here the same bytes go through Foundation's, too, in both
+// directions: GNUstep's, which is a second implementation of the format.
+
+namespace corvid {
+namespace {
+
+NSData* dataOf(const Value& value) {
+    const Bytes archive = archivedData(value);
+    return [NSData dataWithBytes:archive.data() length:archive.size()];
+}
+
+/// Ours, read and written again by Foundation, read by ours.
+std::string byWayOfFoundation(const Value& value) {
+    id object = [NSKeyedUnarchiver unarchiveObjectWithData:dataOf(value)];
+    NSData* again = [NSKeyedArchiver archivedDataWithRootObject:object];
+    const auto* bytes = static_cast<const std::uint8_t*>([again bytes]);
+    const auto read = unarchivedObject(ByteView(bytes, [again length]));
+    return read ? valueText(*read) : "unreadable";
+}
+
+Value itemURL(const char* name) {
+    return Value::url(*URL::fileURL("/Volumes/Corvid/" + std::string(name)));
+}
+
+std::shared_ptr<MenuItem> item(std::string title, std::int64_t tag, const char* action) {
+    auto made = std::make_shared<MenuItem>();
+    made->title = std::move(title);
+    made->tag = tag;
+    made->action = Selector{action};
+    return made;
+}
+
+TEST(KeyedArchiveAgreementTest, EveryPayloadWithoutAMenuSurvivesFoundation) {
+    const Value payloads[] = {
+        Value::dictionary({{"paths", Value::array({itemURL("a b.txt"), itemURL("ü/資料.pdf")})},
+                           {"operatingOnParent", Value::boolean(false)}}),
+        Value::dictionary({{"badgeID", Value::string("syncedpartial")}, {"path", itemURL("a")}}),
+        Value::dictionary({{"url", itemURL("50% #1?.txt")}}),
+        Value::dictionary(
+            {{"portId", Value::string("ZQ7X2KD4W9.group-1")}, {"register", Value::boolean(true)}}),
+        Value::dictionary({{"path", itemURL("d")}, {"add", Value::boolean(true)}}),
+        Value::dictionary(
+            {{"paths", Value::array({})}, {"operatingOnParent", Value::boolean(true)}}),
+        Value::string("synced"),
+        Value::array({}),
+    };
+    for (const Value& payload : payloads) {
+        EXPECT_EQ(byWayOfFoundation(payload), valueText(payload));
+    }
+}
+
+TEST(KeyedArchiveAgreementTest, FoundationReadsTheMenuItemThatWasClicked) {
+    const auto clicked = item("Schließen …", 42, "close:");
+    clicked->state = MenuItemState::mixed;
+    clicked->keyEquivalent = "k";
+    clicked->keyEquivalentModifierMask = 1 << 20;
+    clicked->isEnabled = false;
+    const Value payload = Value::dictionary({{"action", Value::menuItem(clicked)},
+                                             {"path", Value::array({itemURL("a"), itemURL("b")})}});
+
+    NSDictionary* message = [NSKeyedUnarchiver unarchiveObjectWithData:dataOf(payload)];
+    NSMenuItem* read = [message objectForKey:@"action"];
+    ASSERT_TRUE([read isKindOfClass:[NSMenuItem class]]);
+    EXPECT_EQ(utf8String([read title]), "Schließen …");
+    EXPECT_EQ([read tag], 42);
+    EXPECT_EQ(utf8String(NSStringFromSelector([read action])), "close:");
+    EXPECT_EQ([read state], NSMixedState);
+    EXPECT_EQ(utf8String([read keyEquivalent]), "k");
+    EXPECT_EQ([read keyEquivalentModifierMask], 1U << 20);
+    EXPECT_FALSE([read isEnabled]);
+    EXPECT_EQ([[message objectForKey:@"path"] count], 2U);
+}
+
+TEST(KeyedArchiveAgreementTest, WeReadTheMenuThatFoundationWrites) {
+    NSMenuItem* first = [[[NSMenuItem alloc] initWithTitle:@"Überblick"
+                                                    action:@selector(overview:)
+                                             keyEquivalent:@"o"] autorelease];
+    [first setTag:-7];
+    [first setState:NSOnState];
+    NSMenuItem* more = [[[NSMenuItem alloc] initWithTitle:@"More" action:NULL
+                                            keyEquivalent:@""] autorelease];
+    NSMenu* below = [[[NSMenu alloc] initWithTitle:@"More"] autorelease];
+    [below addItem:[[[NSMenuItem alloc] initWithTitle:@"Less"
+                                               action:@selector(less:)
+                                        keyEquivalent:@""] autorelease]];
+    [more setSubmenu:below];
+    id separator = [NSMenuItem separatorItem];
+    NSData* archive = [NSKeyedArchiver
+        archivedDataWithRootObject:[NSArray arrayWithObjects:first, separator, more, nil]];
+
+    const auto* bytes = static_cast<const std::uint8_t*>([archive bytes]);
+    const auto read = unarchivedObject(ByteView(bytes, [archive length]));
+    ASSERT_TRUE(read && read->asArray() != nullptr);
+    const auto& items = read->asArray()->elements;
+    ASSERT_EQ(items.size(), 3U);
+    const auto readFirst = items[0].asMenuItem();
+    ASSERT_NE(readFirst, nullptr);
+    EXPECT_EQ(readFirst->title, "Überblick");
+    EXPECT_EQ(readFirst->tag, -7);
+    EXPECT_EQ(readFirst->state, MenuItemState::on);
+    EXPECT_EQ(readFirst->action, Selector{"overview:"});
+    EXPECT_EQ(readFirst->keyEquivalent, "o");
+    EXPECT_TRUE(items[1].asMenuItem()->isSeparator);
+    const auto submenu = items[2].asMenuItem()->submenu;
+    ASSERT_NE(submenu, nullptr);
+    ASSERT_EQ(submenu->items.size(), 1U);
+    EXPECT_EQ(submenu->items[0]->title, "Less");
+    EXPECT_EQ(submenu->items[0]->action, Selector{"less:"});
+}
+
+} // namespace
+} // namespace corvid

@@ -1,0 +1,33 @@
+// The message ports of macOS as they are compiled there, over a Core Foundation that the tests
+// make from the Unix ports.
+
+#include "Platform/Mac/MacDispatch.h"
+#include "Platform/Mac/MacMessagePortService.h"
+#include "Tests/Conformance/MessagePortServiceConformance.h"
+#include "Tests/Platform/Mac/CoreFoundationOnUnix.h"
+#include "Tests/Support/TemporaryFolder.h"
+
+namespace corvid::test {
+
+namespace {
+
+class MacUnderTest final : public MessagePortServiceUnderTest {
+public:
+    MacUnderTest() { setCoreFoundationFolder(RuntimeFolder(folder_ / "corvid")); }
+    MessagePortService& service() override { return service_; }
+    Dispatch& dispatch() override { return dispatch_; }
+
+private:
+    TemporaryFolder folder_;
+    MacMessagePortService service_;
+    MacDispatch dispatch_;
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(Mac, MessagePortServiceConformance,
+                         testing::Values(MessagePortServiceMaker{
+                             "Mac", [] { return std::make_unique<MacUnderTest>(); }}),
+                         [](const auto& maker) { return maker.param.name; });
+
+} // namespace corvid::test

@@ -1,0 +1,583 @@
+// What a caller gets when its peer is absent, hung, killed, broken or hostile: each with a real
+// process, through the calls that the extension makes, and always followed by a request that works.
+
+#include "Extensions/Finder/CVMAMessagePort.h"
+#include "Platform/Unix/MessageFrame.h"
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/RealPlatform.h"
+#include "Tests/Support/RecordingReportingService.h"
+#include "Tests/Support/TemporaryFolder.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace corvid::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kAbsent = "<UI> MessagePort: Unable to open server port";
+const std::string kFailed =
+    "<UI> MessagePort: Error sending message with messageID = requestBadge to portname = host";
+
+// What a busy machine may add to a deadline.
+constexpr auto kSlack = 15s;
+
+Bytes bytes(std::string_view text) {
+    return {text.begin(), text.end()};
+}
+
+class MessagePortFaultTest : public testing::Test {
+protected:
+    MessagePortFaultTest() { setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1); }
+    ~MessagePortFaultTest() override { unsetenv("XDG_RUNTIME_DIR"); }
+
+    static std::unique_ptr<ChildProcess> peer(std::vector<std::string> words) {
+        words.insert(words.begin(), CORVID_PORT_PEER);
+        auto process = std::make_unique<ChildProcess>(std::move(words));
+        return process;
+    }
+    static std::unique_ptr<ChildProcess> readyPeer(std::vector<std::string> words) {
+        auto process = peer(std::move(words));
+        EXPECT_EQ(process->readLine(), "ready");
+        return process;
+    }
+
+    /// Returns when it has stopped.
+    static void stop(ChildProcess& process) {
+        process.signal(SIGSTOP);
+        int status = 0;
+        pid_t stopped = -1;
+        do {
+            stopped = waitpid(process.identifier(), &status, WUNTRACED);
+        } while (stopped == -1 && errno == EINTR); // A test of signals has them arrive here too.
+        EXPECT_EQ(stopped, process.identifier());
+        EXPECT_TRUE(WIFSTOPPED(status));
+    }
+
+    struct Outcome {
+        std::optional<Bytes> reply;
+        std::vector<std::string> logged;
+        std::chrono::steady_clock::duration took{};
+    };
+    Outcome ask(const std::string& name = "host", const Bytes& data = bytes("question")) {
+        reporting_.clear();
+        Outcome outcome;
+        const auto start = std::chrono::steady_clock::now();
+        CVMAMessagePort::dispatchMessage(name, CVMAMessageID::requestBadge, true, data,
+                                         outcome.reply);
+        outcome.took = std::chrono::steady_clock::now() - start;
+        outcome.logged = reporting_.messages();
+        return outcome;
+    }
+
+    void expectAbsent() {
+        const Outcome outcome = ask();
+        EXPECT_FALSE(outcome.reply);
+        EXPECT_THAT(outcome.logged, ElementsAre(kAbsent));
+        EXPECT_LT(outcome.took, 1s);
+    }
+    void expectTimeout() {
+        const Outcome outcome = ask();
+        EXPECT_FALSE(outcome.reply);
+        EXPECT_THAT(outcome.logged, ElementsAre(kFailed));
+        EXPECT_GE(outcome.took, 1s);
+        EXPECT_LT(outcome.took, 1s + kSlack);
+    }
+    void expectFailureAtOnce() {
+        const Outcome outcome = ask();
+        EXPECT_FALSE(outcome.reply);
+        EXPECT_THAT(outcome.logged, ElementsAre(kFailed));
+        EXPECT_LT(outcome.took, 1s);
+    }
+    void expectAnswer() {
+        const Outcome outcome = ask();
+        EXPECT_EQ(outcome.reply, bytes("question"));
+        EXPECT_THAT(outcome.logged, IsEmpty());
+    }
+    void expectAnswerOfAnotherHost() {
+        const auto host = readyPeer({"serve", "host"});
+        expectAnswer();
+    }
+    std::string ports() const { return folder_ / "corvid/ports"; }
+
+    TemporaryFolder folder_;
+    RecordingReportingService reporting_;
+    // After the environment is set.
+    std::unique_ptr<RealPlatform> platform_ =
+        (setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1), std::make_unique<RealPlatform>());
+};
+
+TEST_F(MessagePortFaultTest, absentHost) {
+    expectAbsent();
+    expectAnswerOfAnotherHost();
+    expectAbsent();
+}
+
+TEST_F(MessagePortFaultTest, stoppedHost) {
+    const auto host = readyPeer({"serve", "host"});
+    expectAnswer();
+    stop(*host);
+    expectTimeout();
+    host->signal(SIGCONT);
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, hungHostTakesSomeMessagesAndThenRefusesInTime) {
+    const auto host = readyPeer({"misbehave", "host", "never accepts"});
+    std::optional<Bytes> none;
+    int taken = 0;
+    reporting_.clear();
+    while (reporting_.messages().empty() && taken < 1000) {
+        CVMAMessagePort::dispatchMessage("host", CVMAMessageID::requestBadge, false,
+                                         bytes("question"), none);
+        ++taken;
+    }
+    // The one that found no room waited for its second, and says so.
+    EXPECT_THAT(reporting_.messages(), ElementsAre(kFailed));
+    EXPECT_GT(taken, 1);
+    EXPECT_LT(taken, 200);
+    host->signal(SIGKILL);
+    host->wait();
+    expectAnswerOfAnotherHost();
+}
+
+TEST_F(MessagePortFaultTest, killedHost) {
+    const auto host = readyPeer({"serve", "host"});
+    expectAnswer();
+    host->signal(SIGKILL);
+    host->wait();
+    // Its socket is still there.
+    EXPECT_TRUE(std::filesystem::exists(ports() + "/host"));
+    expectAbsent();
+    expectAnswerOfAnotherHost();
+}
+
+TEST_F(MessagePortFaultTest, hostKilledWhileItIsAsked) {
+    for (const char* how : {"never accepts", "silence"}) {
+        SCOPED_TRACE(how);
+        const auto host = readyPeer({"misbehave", "host", how});
+        const MessagePortRef remote = platform_->messagePorts.createRemote("host");
+        ASSERT_NE(remote, nullptr);
+        std::optional<Bytes> reply;
+        std::thread killer([&] {
+            usleep(50'000); // any moment after the send will do, and before it too
+            host->signal(SIGKILL);
+        });
+        const auto start = std::chrono::steady_clock::now();
+        const SendStatus status = platform_->messagePorts.sendRequest(*remote, 4, bytes("question"),
+                                                                      30s, 30s, "mode", &reply);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 25s);
+        EXPECT_TRUE(status == SendStatus::becameInvalid || status == SendStatus::isInvalid);
+        EXPECT_FALSE(reply);
+        killer.join();
+        host->wait();
+    }
+    expectAnswerOfAnotherHost();
+}
+
+TEST_F(MessagePortFaultTest, brokenReplies) {
+    for (const char* how :
+         {"cut", "longer than said", "shorter than said", "oversize", "other request",
+          "other message", "garbage", "request for reply", "later version", "no reply"}) {
+        SCOPED_TRACE(how);
+        {
+            const auto host = readyPeer({"misbehave", "host", how});
+            expectFailureAtOnce();
+            expectFailureAtOnce();
+            host->goOn();
+            host->wait();
+        }
+        expectAnswerOfAnotherHost();
+    }
+}
+
+TEST_F(MessagePortFaultTest, drippingReplyDoesNotExtendTheDeadline) {
+    const auto host = readyPeer({"misbehave", "host", "drip"});
+    expectTimeout();
+}
+
+TEST_F(MessagePortFaultTest, lateReplyIsNotTakenForTheNext) {
+    const auto host = readyPeer({"serve", "host"});
+    stop(*host);
+    expectTimeout();
+    host->signal(SIGCONT);
+    const Outcome outcome = ask("host", bytes("another question"));
+    EXPECT_EQ(outcome.reply, bytes("another question"));
+}
+
+TEST_F(MessagePortFaultTest, listFormSharesTheSlot) {
+    const auto one = readyPeer({"serve", "one"});
+    const auto two = readyPeer({"serve", "two"});
+    const auto broken = readyPeer({"misbehave", "broken", "garbage"});
+    const auto mute = readyPeer({"misbehave", "mute", "no reply"});
+    const std::string oneFailed = "<UI> MessagePort: Error sending message with messageID = "
+                                  "requestBadge to portname = ";
+    const auto askAll = [&](const std::vector<std::string>& names, std::optional<Bytes>& slot) {
+        reporting_.clear();
+        CVMAMessagePort::dispatchMessage(names, CVMAMessageID::requestBadge, true, bytes("all"),
+                                         slot);
+        return reporting_.messages();
+    };
+    std::optional<Bytes> slot;
+    EXPECT_THAT(askAll({}, slot), IsEmpty());
+    EXPECT_FALSE(slot);
+    EXPECT_THAT(askAll({"absent", "broken"}, slot), ElementsAre(kAbsent, oneFailed + "broken"));
+    EXPECT_FALSE(slot);
+    for (const auto& names : {std::vector<std::string>{"one", "absent", "broken"},
+                              {"absent", "one", "broken"},
+                              {"absent", "broken", "one"}}) {
+        slot.reset();
+        EXPECT_THAT(askAll(names, slot), ElementsAre(kAbsent, oneFailed + "broken"));
+        EXPECT_EQ(slot, bytes("all"));
+    }
+    slot = bytes("before");
+    EXPECT_THAT(askAll({"mute", "broken"}, slot),
+                ElementsAre(oneFailed + "mute", oneFailed + "broken"));
+    EXPECT_EQ(slot, bytes("before"));
+    EXPECT_THAT(askAll({"one", "two"}, slot), IsEmpty());
+    EXPECT_EQ(slot, bytes("all"));
+}
+
+TEST_F(MessagePortFaultTest, twoProcessesRaceForOneName) {
+    const auto first = readyPeer({"race", "host"});
+    const auto second = readyPeer({"race", "host"});
+    int firstWon = 0;
+    for (int round = 0; round < 1000; ++round) {
+        first->goOn();
+        second->goOn();
+        const bool isFirst = first->readLine() == "mine";
+        const bool isSecond = second->readLine() == "mine";
+        ASSERT_NE(isFirst, isSecond) << "round " << round;
+        firstWon += isFirst ? 1 : 0;
+        first->goOn();
+        second->goOn();
+        ASSERT_EQ(first->readLine(), "free");
+        ASSERT_EQ(second->readLine(), "free");
+    }
+    EXPECT_GT(firstWon, 0);
+    EXPECT_LT(firstWon, 1000);
+}
+
+TEST_F(MessagePortFaultTest, forkedChildOfTheHostHoldsNothing) {
+    const auto host = peer({"serve-and-fork", "host"});
+    const pid_t child = std::stoi(host->readLine().value());
+    expectAnswer();
+    host->signal(SIGKILL);
+    host->wait();
+    ASSERT_EQ(kill(child, 0), 0);
+    expectAbsent();
+    expectAnswerOfAnotherHost();
+    kill(child, SIGKILL);
+}
+
+TEST_F(MessagePortFaultTest, badFoldersMakeEveryPortAbsentAndAreNotMended) {
+    const std::string corvid = folder_ / "corvid";
+    const auto check = [&](const char* what) {
+        SCOPED_TRACE(what);
+        expectAbsent();
+        EXPECT_EQ(platform_->messagePorts.createLocal("host", {}), nullptr);
+        std::string problem;
+        EXPECT_FALSE(PortFolder(RuntimeFolder::ofThisUser()).take("host", &problem));
+        EXPECT_THAT(problem, testing::StartsWith(corvid));
+    };
+    for (const std::string& bad : {corvid, ports()}) {
+        SCOPED_TRACE(bad);
+        std::filesystem::create_directories(ports());
+        chmod(corvid.c_str(), 0700);
+        chmod(ports().c_str(), 0700);
+
+        chmod(bad.c_str(), 0750);
+        check("mode");
+        struct stat status{};
+        ASSERT_EQ(stat(bad.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0750U);
+        chmod(bad.c_str(), 0700);
+
+        std::filesystem::rename(bad, folder_ / "elsewhere");
+        std::filesystem::create_directory_symlink(folder_ / "elsewhere", bad);
+        check("link");
+        std::filesystem::remove(bad);
+
+        std::ofstream(bad) << "not a folder";
+        check("file");
+        std::filesystem::remove(bad);
+        std::filesystem::rename(folder_ / "elsewhere", bad);
+
+        if (geteuid() == 0) {
+            ASSERT_EQ(chown(bad.c_str(), 65534, 65534), 0);
+            check("owner");
+            ASSERT_EQ(chown(bad.c_str(), 0, 0), 0);
+        } else {
+            std::puts("skipped: a folder of another owner needs root");
+        }
+    }
+    expectAnswerOfAnotherHost();
+}
+
+TEST_F(MessagePortFaultTest, missingRuntimeFolderIsAbsence) {
+    setenv("XDG_RUNTIME_DIR", (folder_ / "nowhere").c_str(), 1);
+    UnixMessagePortService service;
+    EXPECT_EQ(service.createRemote("host"), nullptr);
+    EXPECT_EQ(service.createLocal("host", {}), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "nowhere"));
+}
+
+TEST_F(MessagePortFaultTest, folderRemovedWhileRunning) {
+    const auto host = readyPeer({"serve", "host"});
+    expectAnswer();
+    std::filesystem::remove_all(folder_ / "corvid");
+    expectAbsent();
+    // A host that starts now makes the folder anew, and is found.
+    expectAnswerOfAnotherHost();
+}
+
+TEST_F(MessagePortFaultTest, namesOfEveryKind) {
+    std::string allBytes;
+    for (int byte = 0; byte < 255; ++byte) {
+        allBytes += static_cast<char>(byte);
+    }
+    const std::string longName(255, 'x');
+    std::string differsLate = longName;
+    differsLate.back() = 'y';
+    const std::string manySlashes(255, '/');
+    std::string slashesDifferLate = manySlashes;
+    slashesDifferLate.back() = '.';
+    const std::vector<std::string> names{"/",
+                                         "..",
+                                         ".",
+                                         "../ports/x",
+                                         "a/b",
+                                         "a%2Fb",
+                                         "=1",
+                                         std::string("n\0ul", 4),
+                                         "näme",
+                                         allBytes,
+                                         longName,
+                                         differsLate,
+                                         "x.y~z",
+                                         manySlashes,
+                                         slashesDifferLate};
+    UnixDispatch dispatch;
+    UnixMessagePortService service;
+    std::vector<MessagePortRef> locals;
+    for (const std::string& name : names) {
+        EXPECT_EQ(service.createRemote(name), nullptr);
+        locals.push_back(
+            service.createLocal(name, [](MessagePort& port, std::int32_t, std::optional<ByteView>) {
+                return std::optional(bytes(port.name()));
+            }));
+        ASSERT_NE(locals.back(), nullptr) << testing::PrintToString(name);
+        service.setDispatchQueue(*locals.back(), dispatch.serialQueue("names"));
+    }
+    for (const std::string& name : names) {
+        const auto remote = service.createRemote(name);
+        ASSERT_NE(remote, nullptr);
+        std::optional<Bytes> reply;
+        EXPECT_EQ(service.sendRequest(*remote, 1, {}, 30s, 30s, "mode", &reply),
+                  SendStatus::success);
+        EXPECT_EQ(reply, bytes(name));
+    }
+    std::vector<std::string> listed;
+    for (const LivePort& port : service.portFolder().livePorts()) {
+        listed.push_back(port.name);
+        EXPECT_EQ(port.process, getpid());
+    }
+    EXPECT_THAT(listed, testing::UnorderedElementsAreArray(names));
+    locals.clear();
+    EXPECT_TRUE(std::filesystem::is_empty(ports()));
+}
+
+TEST_F(MessagePortFaultTest, clientWithoutDescriptors) {
+    const auto host = readyPeer({"serve", "host"});
+    expectAnswer();
+    std::vector<OwnedFd> all;
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{64, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (int fd = 0; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        all.emplace_back(fd);
+    }
+    const Outcome outcome = ask();
+    EXPECT_FALSE(outcome.reply);
+    EXPECT_THAT(outcome.logged, ElementsAre(kAbsent));
+    all.clear();
+    setrlimit(RLIMIT_NOFILE, &before);
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, hostWithoutDescriptorsServesWhenItHasOneAgain) {
+    // Standard streams, event loop, folder, socket, and one connection at a time.
+    const auto host = readyPeer({"serve-with-descriptors", "host", "9"});
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    std::vector<PortFolder::Connection> silent;
+    for (int i = 0; i < 20; ++i) {
+        silent.push_back(folder.connect("host", std::nullopt));
+        EXPECT_EQ(silent.back().result, PortFolder::ConnectResult::connected);
+    }
+    EXPECT_FALSE(ask().reply);
+    silent.clear();
+    // The host looks for descriptors now and then; ten requests are a wide deadline for that.
+    Outcome outcome = ask();
+    for (int i = 1; i < 10 && !outcome.reply; ++i) {
+        outcome = ask();
+    }
+    EXPECT_EQ(outcome.reply, bytes("question"));
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, silentAndHalfHeartedSendersDoNotKeepOthersFromBeingServed) {
+    const auto host = readyPeer({"serve", "host"});
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    std::vector<PortFolder::Connection> silent;
+    for (int i = 0; i < 500; ++i) {
+        silent.push_back(folder.connect("host", Deadline(30s)));
+        ASSERT_EQ(silent.back().result, PortFolder::ConnectResult::connected);
+    }
+    expectAnswer();
+    // Announce much, send little.
+    FrameHeader header;
+    header.hasData = true;
+    header.dataBytes = kMaxFrameDataBytes;
+    const auto frame = encodedHeader(header);
+    for (int i = 0; i < 10; ++i) {
+        send(silent[static_cast<std::size_t>(499 - i)].fd.get(), frame.data(), frame.size(),
+             MSG_NOSIGNAL);
+    }
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, signalsDuringEveryCall) {
+    const auto host = readyPeer({"serve", "host"});
+    struct sigaction action{};
+    action.sa_handler = [](int) {};
+    struct sigaction before{};
+    sigaction(SIGALRM, &action, &before);
+    const itimerval often{{0, 500}, {0, 500}};
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (int i = 0; i < 500; ++i) {
+        expectAnswer();
+    }
+    stop(*host);
+    expectTimeout();
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    host->signal(SIGCONT);
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, anotherUsersProcessIsTreatedAsAbsentAtBothEnds) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    // A server of another user within our folder, which only root can bring about.
+    std::filesystem::create_directories(ports());
+    chmod((folder_ / "corvid").c_str(), 0700);
+    chmod(ports().c_str(), 0700);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (ports() + "/host").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const pid_t other = fork();
+    if (other == 0) {
+        // The credentials are those of who listens.
+        _exit(setresuid(65534, 65534, 65534) == 0 && listen(listener, 5) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(other, &status, 0);
+    ASSERT_EQ(status, 0);
+    expectAbsent();
+    close(listener);
+
+    // A sender of another user gets nothing from us.
+    const auto host = readyPeer({"serve", "host"});
+    chmod(folder_.path().c_str(), 0755);
+    const OwnedFd path(open((ports() + "/host").c_str(), O_PATH | O_CLOEXEC));
+    chmod((ports() + "/host").c_str(), 0777);
+    sockaddr_un byDescriptor{};
+    byDescriptor.sun_family = AF_UNIX;
+    ("/proc/self/fd/" + std::to_string(path.get()))
+        .copy(byDescriptor.sun_path, sizeof byDescriptor.sun_path - 1);
+    const pid_t stranger = fork();
+    if (stranger == 0) {
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (setresuid(65534, 65534, 65534) != 0 ||
+            connect(fd, reinterpret_cast<sockaddr*>(&byDescriptor), sizeof byDescriptor) != 0) {
+            _exit(2);
+        }
+        FrameHeader header;
+        header.wantsReply = true;
+        const auto frame = encodedHeader(header);
+        send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
+        char byte = 0;
+        _exit(recv(fd, &byte, 1, 0) > 0 ? 1 : 0);
+    }
+    waitpid(stranger, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    expectAnswer();
+}
+
+TEST_F(MessagePortFaultTest, versionsMeet) {
+    const auto host = readyPeer({"serve", "host"});
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    const auto exchange = [&](FrameHeader header, std::size_t extraHeader) {
+        auto connection = folder.connect("host", Deadline(30s));
+        const auto known = encodedHeader(header);
+        Bytes frame(known.begin(), known.end());
+        frame.insert(frame.end(), extraHeader, 0xEE);
+        frame.insert(frame.end(), header.dataBytes, 'd');
+        send(connection.fd.get(), frame.data(), frame.size(), MSG_NOSIGNAL);
+        int blocking = fcntl(connection.fd.get(), F_GETFL) & ~O_NONBLOCK;
+        fcntl(connection.fd.get(), F_SETFL, blocking);
+        Bytes reply(100);
+        const ssize_t count = recv(connection.fd.get(), reply.data(), reply.size(), MSG_WAITALL);
+        reply.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return reply;
+    };
+    FrameHeader header;
+    header.hasData = header.wantsReply = true;
+    header.dataBytes = 3;
+    header.number = 77;
+    // A newer sender whose frame an older reader may read: what it added is skipped.
+    header.version = 9;
+    header.headerBytes = kFrameHeaderBytes + 12;
+    Bytes reply = exchange(header, 12);
+    ASSERT_EQ(reply.size(), kFrameHeaderBytes + 3);
+    auto answered = decodedHeader(reply);
+    ASSERT_TRUE(answered);
+    EXPECT_EQ(answered->version, kFrameVersion);
+    EXPECT_EQ(answered->number, 77U);
+    EXPECT_FALSE(answered->isRefusal);
+    // And one that it may not.
+    header.oldestReader = 9;
+    reply = exchange(header, 12);
+    answered = decodedHeader(reply);
+    ASSERT_TRUE(answered);
+    EXPECT_TRUE(answered->isRefusal);
+    EXPECT_EQ(answered->dataBytes, 0U);
+    expectAnswer();
+}
+
+} // namespace
+
+} // namespace corvid::test

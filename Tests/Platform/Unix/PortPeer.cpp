@@ -1,0 +1,294 @@
+// The other process of the message-port tests: one mode of behaviour a command line. It says what
+// it has done on standard output and goes on when a line comes on standard input; it ends with
+// that input.
+
+#include "Platform/Unix/MessageFrame.h"
+#include "Platform/Unix/UnixDispatch.h"
+#include "Platform/Unix/UnixMessagePortService.h"
+#include "Platform/Unix/VolumeFile.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace corvid;
+using namespace std::chrono_literals;
+
+namespace {
+
+void say(const std::string& line) {
+    std::cout << line << std::endl;
+}
+
+bool mayGoOn() {
+    std::string line;
+    return static_cast<bool>(std::getline(std::cin, line));
+}
+
+Bytes bytes(std::string_view text) {
+    return {text.begin(), text.end()};
+}
+
+[[noreturn]] void fail(const std::string& what) {
+    std::cerr << what << std::endl;
+    std::exit(1);
+}
+
+/// Answers with the data it was sent.
+class Echo {
+public:
+    explicit Echo(const std::string& name)
+        : port_(service_.createLocal(
+              name, [](MessagePort&, std::int32_t, std::optional<ByteView> data) {
+                  return std::optional(data ? Bytes(data->begin(), data->end()) : Bytes());
+              })) {
+        if (port_ == nullptr) {
+            fail("cannot serve " + name);
+        }
+        service_.setDispatchQueue(*port_, dispatch_.serialQueue("echo"));
+    }
+
+private:
+    UnixDispatch dispatch_;
+    UnixMessagePortService service_;
+    MessagePortRef port_;
+};
+
+void serve(const std::string& name) {
+    const Echo echo(name);
+    say("ready");
+    mayGoOn();
+}
+
+// A child without exec keeps nothing of the port.
+void serveAndFork(const std::string& name) {
+    const Echo echo(name);
+    if (fork() == 0) {
+        say(std::to_string(getpid()));
+        pause();
+        _exit(0);
+    }
+    mayGoOn();
+}
+
+// Every message is told on a line, after the name of its sender.
+void collect(const std::string& name, std::size_t count) {
+    UnixDispatch dispatch;
+    UnixMessagePortService service;
+    std::map<std::string, std::int32_t> next;
+    std::size_t received = 0;
+    const auto port = service.createLocal(
+        name, [&](MessagePort&, std::int32_t messageID, std::optional<ByteView> data) {
+            const std::string sender(data->begin(), data->end());
+            if (messageID != next[sender]++) {
+                say("out of order: " + sender + " " + std::to_string(messageID));
+            }
+            if (++received == count) {
+                say("all");
+            }
+            return std::optional<Bytes>();
+        });
+    service.setDispatchQueue(*port, dispatch.serialQueue("collect"));
+    say("ready");
+    mayGoOn();
+    service.invalidate(*port);
+    say(std::to_string(received));
+}
+
+void send(const std::string& name, int count, const std::string& sender) {
+    UnixMessagePortService service;
+    const Bytes data = bytes(sender);
+    say("ready");
+    mayGoOn();
+    for (int i = 0; i < count; ++i) {
+        const auto remote = service.createRemote(name);
+        if (remote == nullptr || service.sendRequest(*remote, i, data, 60s, 60s, std::nullopt,
+                                                     nullptr) != SendStatus::success) {
+            fail("send " + std::to_string(i));
+        }
+    }
+    // No word of farewell: what was sent must arrive nevertheless.
+    _exit(0);
+}
+
+void race(const std::string& name) {
+    UnixMessagePortService service;
+    say("ready");
+    while (mayGoOn()) {
+        auto port =
+            service.createLocal(name, [](MessagePort&, std::int32_t, std::optional<ByteView>) {
+                return std::optional<Bytes>();
+            });
+        say(port != nullptr ? "mine" : "theirs");
+        mayGoOn();
+        port.reset();
+        say("free");
+    }
+}
+
+// Connects, asks and leaves in every way that a front end may.
+void visit(const std::string& name, int rounds, unsigned seed) {
+    UnixMessagePortService service;
+    std::srand(seed);
+    const Bytes data(2000, 1);
+    for (int i = 0; i < rounds; ++i) {
+        const auto remote = service.createRemote(name);
+        std::optional<Bytes> reply;
+        switch (remote == nullptr ? 3 : std::rand() % 4) {
+        case 0:
+            service.sendRequest(*remote, 1, data, 10s, 10s, "mode", &reply);
+            break;
+        case 1:
+            service.sendRequest(*remote, 1, data, 10s, 0ms, "mode", &reply);
+            break;
+        case 2:
+            service.sendRequest(*remote, 1, data, 10s, 0ms, std::nullopt, nullptr);
+            break;
+        default:
+            break;
+        }
+    }
+    _exit(0);
+}
+
+void publish(const std::string& folder) {
+    const auto published = VolumeFile::ofHost(RuntimeFolder::ofThisUser()).publish(folder, true);
+    if (published.publication == nullptr) {
+        fail(published.problem);
+    }
+    say("ready");
+    mayGoOn();
+}
+
+void sendAll(int fd, ByteView data) {
+    while (!data.empty()) {
+        const ssize_t count = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
+        if (count < 0) {
+            return;
+        }
+        data = data.subspan(static_cast<std::size_t>(count));
+    }
+}
+
+// A server that speaks the protocol badly, one connection after another.
+void misbehave(const std::string& name, const std::string& how) {
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    auto listener = folder.take(name);
+    if (!listener) {
+        fail("cannot serve " + name);
+    }
+    say("ready");
+    if (how == "never accepts") {
+        mayGoOn();
+        return;
+    }
+    std::thread([&] {
+        for (;;) {
+            const int fd = accept4(listener->fd.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0) {
+                usleep(1000); // the listener does not block
+                continue;
+            }
+            std::array<std::uint8_t, kFrameHeaderBytes> request{};
+            [[maybe_unused]] const ssize_t count =
+                recv(fd, request.data(), request.size(), MSG_WAITALL);
+            const auto asked = decodedHeader(request);
+            Bytes rest(asked ? asked->dataBytes : 0);
+            recv(fd, rest.data(), rest.size(), MSG_WAITALL);
+            FrameHeader header;
+            header.kind = FrameKind::reply;
+            header.hasData = true;
+            header.messageID = asked ? asked->messageID : 0;
+            header.number = asked ? asked->number : 0;
+            const Bytes data = bytes("twelve bytes");
+            header.dataBytes = static_cast<std::uint32_t>(data.size());
+            if (how == "other request") {
+                ++header.number;
+            } else if (how == "other message") {
+                ++header.messageID;
+            } else if (how == "longer than said") {
+                --header.dataBytes;
+            } else if (how == "shorter than said") {
+                ++header.dataBytes;
+            } else if (how == "request for reply") {
+                header.kind = FrameKind::request;
+            } else if (how == "later version") {
+                header.version = header.oldestReader = 2;
+            }
+            auto frame = encodedHeader(header);
+            if (how == "oversize") {
+                frame[27] = 0x7F;
+            } else if (how == "garbage") {
+                frame.fill('?');
+            }
+            Bytes answer(frame.size() + data.size());
+            std::copy(data.begin(), data.end(),
+                      std::copy(frame.begin(), frame.end(), answer.begin()));
+            if (how == "cut") {
+                answer.resize(10);
+            } else if (how == "silence") {
+                pause();
+            } else if (how == "no reply") {
+                answer.clear();
+            }
+            if (how == "drip") {
+                for (const std::uint8_t byte : answer) {
+                    sendAll(fd, {&byte, 1});
+                    usleep(100'000);
+                }
+            } else {
+                sendAll(fd, answer);
+            }
+            close(fd);
+        }
+    }).detach();
+    mayGoOn();
+    PortFolder::release(*listener);
+    _exit(0);
+}
+
+void limitDescriptors(rlim_t count) {
+    const rlimit limit{count, count};
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    const std::string& mode = words.at(0);
+    const std::string& name = words.at(1);
+    if (mode == "serve") {
+        serve(name);
+    } else if (mode == "serve-with-descriptors") {
+        limitDescriptors(static_cast<rlim_t>(std::stoi(words.at(2))));
+        serve(name);
+    } else if (mode == "serve-and-fork") {
+        serveAndFork(name);
+    } else if (mode == "collect") {
+        collect(name, static_cast<std::size_t>(std::stoi(words.at(2))));
+    } else if (mode == "send") {
+        send(name, std::stoi(words.at(2)), words.at(3));
+    } else if (mode == "race") {
+        race(name);
+    } else if (mode == "visit") {
+        visit(name, std::stoi(words.at(2)), static_cast<unsigned>(std::stoi(words.at(3))));
+    } else if (mode == "publish") {
+        publish(name);
+    } else if (mode == "misbehave") {
+        misbehave(name, words.at(2));
+    } else {
+        fail("no mode " + mode);
+    }
+    return 0;
+}

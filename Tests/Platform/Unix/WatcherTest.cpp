@@ -1,0 +1,184 @@
+#include "Platform/Unix/PortWatcher.h"
+#include "Platform/Unix/UnixDispatch.h"
+#include "Platform/Unix/UnixMessagePortService.h"
+#include "Platform/Unix/VolumeFile.h"
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/TemporaryFolder.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace corvid::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Lines that a watcher wrote, for the test to wait for.
+class Told {
+public:
+    void add(std::string line) {
+        const MutexLock lock(mutex_);
+        lines_.push_back(std::move(line));
+        changed_.notify_all();
+    }
+    std::string next() {
+        MutexLock lock(mutex_);
+        const auto end = std::chrono::steady_clock::now() + 30s;
+        while (lines_.empty()) {
+            if (!lock.waitUntil(changed_, end)) {
+                return "(nothing)";
+            }
+        }
+        std::string line = lines_.front();
+        lines_.pop_front();
+        return line;
+    }
+    bool isEmpty() {
+        const MutexLock lock(mutex_);
+        return lines_.empty();
+    }
+
+private:
+    Mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::string> lines_ CORVID_GUARDED_BY(mutex_);
+};
+
+class WatcherTest : public testing::Test {
+protected:
+    WatcherTest() { setenv("XDG_RUNTIME_DIR", (temporary_ / "run").c_str(), 1); }
+    ~WatcherTest() override { unsetenv("XDG_RUNTIME_DIR"); }
+
+    std::unique_ptr<PortWatcher> watchPorts(const std::string& prefix) {
+        return std::make_unique<PortWatcher>(folder(), prefix, queue_,
+                                             [this](const LivePort& port, bool isAlive) {
+                                                 told_.add(port.name + (isAlive ? " +" : " -"));
+                                             });
+    }
+    RuntimeFolder folder() const { return RuntimeFolder(temporary_ / "run/corvid"); }
+    void makeRun() const { mkdir((temporary_ / "run").c_str(), 0700); }
+
+    TemporaryFolder temporary_;
+    UnixDispatch dispatch_;
+    DispatchQueue& queue_ = dispatch_.serialQueue("watch");
+    Told told_;
+};
+
+MessagePortRef open(UnixMessagePortService& service, const std::string& name) {
+    return service.createLocal(name, [](MessagePort&, std::int32_t, std::optional<ByteView>) {
+        return std::optional<Bytes>();
+    });
+}
+
+} // namespace
+
+TEST_F(WatcherTest, tellsOfPortsThatComeAndGoFromBeforeTheFolderExists) {
+    const auto watcher = watchPorts("ext-");
+    makeRun();
+    UnixMessagePortService service(folder());
+    auto other = open(service, "other");
+    auto first = open(service, "ext-1");
+    EXPECT_EQ(told_.next(), "ext-1 +");
+    auto second = open(service, "ext-2");
+    EXPECT_EQ(told_.next(), "ext-2 +");
+    first.reset();
+    EXPECT_EQ(told_.next(), "ext-1 -");
+    other.reset();
+    std::filesystem::remove_all(temporary_ / "run/corvid");
+    EXPECT_EQ(told_.next(), "ext-2 -");
+    const auto third = open(service, "ext-3");
+    ASSERT_NE(third, nullptr);
+    EXPECT_EQ(told_.next(), "ext-3 +");
+    EXPECT_TRUE(told_.isEmpty());
+}
+
+TEST_F(WatcherTest, tellsOfPortsThatAreThereAlready) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    const auto port = open(service, "early");
+    const auto watcher = watchPorts("");
+    EXPECT_EQ(told_.next(), "early +");
+}
+
+TEST_F(WatcherTest, seesTheDeathOfAnOwner) {
+    makeRun();
+    const auto watcher = watchPorts("");
+    ChildProcess peer({CORVID_PORT_PEER, "serve", "mortal"});
+    ASSERT_EQ(peer.readLine(), "ready");
+    EXPECT_EQ(told_.next(), "mortal +");
+    peer.signal(SIGKILL);
+    EXPECT_EQ(told_.next(), "mortal -");
+}
+
+TEST_F(WatcherTest, mayEndAtAnyMoment) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    for (int i = 0; i < 50; ++i) {
+        const auto watcher = watchPorts("");
+        const auto port = open(service, "brief");
+    }
+}
+
+TEST_F(WatcherTest, oneVolumeIsPublishedAtATime) {
+    makeRun();
+    const auto file = VolumeFile::ofExtension(folder());
+    EXPECT_FALSE(file.read());
+    auto first = file.publish("/home/me/Corvid", false);
+    ASSERT_TRUE(first.publication) << first.problem;
+    const auto second = file.publish("/elsewhere", true);
+    EXPECT_FALSE(second.publication);
+    ASSERT_TRUE(second.existing);
+    EXPECT_EQ(second.existing->folder, "/home/me/Corvid");
+    EXPECT_FALSE(second.existing->isFixed);
+    EXPECT_EQ(second.existing->process, getpid());
+    // The host's is another.
+    EXPECT_TRUE(VolumeFile::ofHost(folder()).publish("/elsewhere", true).publication);
+    EXPECT_EQ(first.publication->update("/srv/new\xFF", true), "");
+    ASSERT_TRUE(file.read());
+    EXPECT_EQ(file.read()->folder, "/srv/new\xFF");
+    EXPECT_TRUE(file.read()->isFixed);
+    first.publication.reset();
+    EXPECT_FALSE(file.read());
+    EXPECT_TRUE(file.publish("/elsewhere", true).publication);
+}
+
+TEST_F(WatcherTest, aVolumeThatCannotBeIsRefusedWithItsName) {
+    makeRun();
+    const auto file = VolumeFile::ofHost(folder());
+    for (const std::string& bad : {std::string("relative"), std::string(""), std::string("/a\nb"),
+                                   std::string("/a\0b", 4), "/" + std::string(5000, 'x')}) {
+        const auto published = file.publish(bad, true);
+        EXPECT_FALSE(published.publication);
+        EXPECT_THAT(published.problem, testing::HasSubstr(bad));
+    }
+}
+
+TEST_F(WatcherTest, tellsOfVolumesAndTheirPublishersDeath) {
+    const auto file = VolumeFile::ofHost(folder());
+    const auto watcher = file.watch(queue_, [this](const std::optional<PublishedVolume>& volume) {
+        told_.add(volume ? volume->folder : "none");
+    });
+    EXPECT_EQ(told_.next(), "none");
+    makeRun();
+    auto published = file.publish("/one", true);
+    ASSERT_TRUE(published.publication) << published.problem;
+    EXPECT_EQ(told_.next(), "/one");
+    published.publication->update("/two", true);
+    EXPECT_EQ(told_.next(), "/two");
+    published.publication.reset();
+    EXPECT_EQ(told_.next(), "none");
+    ChildProcess peer({CORVID_PORT_PEER, "publish", "/three"});
+    ASSERT_EQ(peer.readLine(), "ready");
+    EXPECT_EQ(told_.next(), "/three");
+    peer.signal(SIGKILL);
+    EXPECT_EQ(told_.next(), "none");
+}
+
+} // namespace corvid::test
