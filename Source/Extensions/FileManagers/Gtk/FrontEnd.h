@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Extensions/FileManagers/Gtk/MenuCache.h"
+#include "Extensions/FileManagers/Link/BadgeCache.h"
+#include "Extensions/FileManagers/Link/LinkClient.h"
+
+#include <deque>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace corvid::gtk {
+
+/// A file manager's end of the Finder link, without its toolkit: which badge an item has, which
+/// menu a selection, and what is to be drawn anew. It never waits but in menu(), as MenuCache says.
+/// On the file manager's main thread throughout.
+class FrontEnd : private link::LinkClient::Delegate {
+public:
+    struct FileManager {
+        /// There is something for takeRedraw(). May be called from within any member.
+        std::function<void()> redrawWanted;
+        /// Menus should be asked for again.
+        std::function<void()> menusChanged;
+    };
+
+    FrontEnd(link::LinkClient::Options options, FileManager fileManager);
+
+    /// Readable when dispatch() has something to do.
+    int fd() const { return client_.fd(); }
+    void dispatch() { client_.dispatch(); }
+
+    /// A folder comes into view, and goes. Counted.
+    void begin(const std::string& folder);
+    void end(const std::string& folder);
+
+    /// The file manager draws an item: its badge as far as it is known, empty for none.
+    std::string badge(const std::string& path, bool isFolder);
+
+    /// The next item to draw anew; empty when there is none.
+    std::string takeRedraw();
+
+    /// As in MenuCache.
+    const MenuCache::KnownMenu* menu(const MenuSelection& selection);
+    void click(std::uint32_t menu, std::uint32_t item) { menus_.click(menu, item); }
+
+private:
+    void linkUp() override;
+    void linkDown(const std::string& reason) override;
+    void linkRefused(const std::string& reason) override;
+    void received(link::Message message) override;
+    void woken() override { badges_.woken(); }
+
+    bool isOnVolume(std::string_view path) const;
+    void redraw(const std::string& folder, const std::string& name);
+
+    const FileManager fileManager_;
+    link::LinkClient client_;
+    link::BadgeCache badges_;
+    MenuCache menus_;
+    std::string volume_; ///< empty until the extension has said it
+    bool isRefused_ = false;
+    MenuCache::KnownMenu restartNote_;
+
+    /// Items that were drawn, by folder: a folder that comes into view has them drawn anew.
+    std::unordered_map<std::string, std::unordered_set<std::string>> drawn_;
+    std::size_t drawnItems_ = 0;
+    std::deque<std::string> redraws_;
+    /// What was handed out by takeRedraw(): the next badge() of it is no change of the item.
+    std::unordered_set<std::string> redrawing_;
+};
+
+} // namespace corvid::gtk

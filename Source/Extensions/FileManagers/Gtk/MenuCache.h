@@ -1,0 +1,82 @@
+#pragma once
+
+#include "Extensions/FileManagers/Link/LinkClient.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvid::gtk {
+
+/// What a menu is opened on.
+struct MenuSelection {
+    std::string folder;
+    std::vector<link::SelectedItem> items;
+    bool isBackground = false;
+    friend bool operator==(const MenuSelection&, const MenuSelection&) = default;
+};
+
+/// The menus of the last few selections. A menu is asked for when a selection is first heard of;
+/// whoever opens it before the answer has come waits for it, but never longer than kPatience, and
+/// not again until the host has answered something.
+///
+/// A menu stays as it is for kFreshness, since file managers ask again and again for the menu that
+/// they show, and a click must find the entry that it was made on. On its owner's thread, the one
+/// that dispatches the LinkClient.
+class MenuCache {
+public:
+    static constexpr std::chrono::milliseconds kPatience{100};
+    static constexpr std::chrono::seconds kFreshness{10};
+    static constexpr std::size_t kMaxMenus = 8;
+
+    struct KnownMenu {
+        std::uint32_t number = 0; ///< what a click names
+        std::string title;
+        std::vector<link::MenuEntry> entries;
+        bool isAnswer = true; ///< false while the host does not answer
+    };
+
+    /// `changed` hears that a menu which was shown without its entries, or with old ones, has
+    /// others now. `client` must outlive this.
+    MenuCache(link::LinkClient& client, std::function<void()> changed);
+
+    /// The menu for the selection; null where there is none to show: outside the volume, and
+    /// without an extension. Valid until the next call of a member.
+    const KnownMenu* menu(const MenuSelection& selection);
+
+    /// Sends a click on entry `item`, as entries are numbered by the link, of the menu `number`.
+    void click(std::uint32_t number, std::uint32_t item);
+
+    // What the extension says.
+    void linkUp();
+    void received(const link::MenuReply& reply);
+    void received(const link::HostStateChange& change);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Entry {
+        MenuSelection selection;
+        KnownMenu menu;
+        std::uint32_t request = 0; ///< in work; 0 for none
+        Clock::time_point answered{};
+        bool isKnown = false; ///< there is a menu to show
+        bool isOutside = false;
+        bool wasShownWithout = false; ///< somebody saw it before it was known
+    };
+
+    Entry& entryOf(const MenuSelection& selection);
+    void ask(Entry& entry);
+    void waitFor(std::uint32_t request);
+
+    link::LinkClient& client_;
+    const std::function<void()> changed_;
+    std::deque<Entry> entries_; ///< newest first
+    bool isSlow_ = false;       ///< the last wait was in vain, and nothing has come since
+    bool isWaiting_ = false;
+};
+
+} // namespace corvid::gtk

@@ -1,0 +1,316 @@
+// The module that the file manager loads: its entry points, and the two providers behind them.
+
+#include "Extensions/FileManagers/Gtk/Module.h"
+
+#include "FileManager.h"
+
+#include <gio/gio.h>
+#include <glib-unix.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+namespace corvid::gtk {
+
+namespace {
+
+/// Redrawing gives way to the file manager's own work after this long.
+constexpr std::chrono::milliseconds kRedrawSlice{5};
+
+MenuProvider* menuProvider = nullptr; // weak; the file manager owns it
+guint redrawSource = 0;
+
+struct FreeGLib {
+    void operator()(char* text) const { g_free(text); }
+};
+using GText = std::unique_ptr<char, FreeGLib>;
+
+struct Unref {
+    void operator()(gpointer object) const { g_object_unref(object); }
+};
+template <class T>
+using GRef = std::unique_ptr<T, Unref>;
+
+std::string pathOf(FileInfo* file) {
+    const GRef<GFile> location(fileLocation(file));
+    const GText path(location ? g_file_get_path(location.get()) : nullptr);
+    return path ? path.get() : "";
+}
+
+gboolean redrawSome(gpointer /*data*/) {
+    const auto end = std::chrono::steady_clock::now() + kRedrawSlice;
+    while (std::chrono::steady_clock::now() < end) {
+        const std::string path = frontEnd().takeRedraw();
+        if (path.empty()) {
+            redrawSource = 0;
+            return G_SOURCE_REMOVE;
+        }
+        const GRef<GFile> location(g_file_new_for_path(path.c_str()));
+        if (const GRef<FileInfo> file(fileLookUp(location.get())); file) {
+            fileInvalidate(file.get());
+        }
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+void wantRedraw() {
+    if (redrawSource == 0) {
+        redrawSource = g_idle_add(redrawSome, nullptr);
+    }
+}
+
+gboolean tellMenusChanged(gpointer /*data*/) {
+    if (menuProvider != nullptr) {
+        menusChanged(menuProvider);
+    }
+    return G_SOURCE_REMOVE;
+}
+
+gboolean dispatchLink(gint /*fd*/, GIOCondition /*condition*/, gpointer data) {
+    static_cast<FrontEnd*>(data)->dispatch();
+    return G_SOURCE_CONTINUE;
+}
+
+FrontEnd* makeFrontEnd() {
+    link::LinkClient::Options options;
+    options.frontEnd = kFrontEndName;
+    const char* const program = std::getenv("CVD_FINDER_EXT_PROGRAM");
+    options.extension = program != nullptr ? program : CORVID_FINDER_EXT_PROGRAM;
+    auto* const made = new FrontEnd(std::move(options),
+                                    {wantRedraw, [] { g_idle_add(tellMenusChanged, nullptr); }});
+    g_unix_fd_add(made->fd(), G_IO_IN, dispatchLink, made);
+    return made;
+}
+
+// The badges.
+
+OperationResult updateFileInfo(InfoProvider* /*provider*/, FileInfo* file, GClosure* /*done*/,
+                               OperationHandle** /*handle*/) {
+    const std::string path = pathOf(file);
+    if (!path.empty()) {
+        const std::string badge = frontEnd().badge(path, fileIsFolder(file));
+        if (!badge.empty()) {
+            fileAddEmblem(file, ("corvid-" + badge).c_str());
+        }
+    }
+    return kOperationComplete;
+}
+
+void cancelUpdate(InfoProvider* /*provider*/, OperationHandle* /*handle*/) {
+    // Every update is complete when it returns.
+}
+
+// The menus.
+
+struct ClickTarget {
+    std::uint32_t menu;
+    std::uint32_t item;
+};
+
+void onActivate(MenuEntryObject* /*entry*/, gpointer data) {
+    const auto* const target = static_cast<const ClickTarget*>(data);
+    frontEnd().click(target->menu, target->item);
+}
+
+std::string labelOf(const link::MenuEntry& entry) {
+    if (entry.isSeparator) {
+        return "────────";
+    }
+    std::string label(std::size_t{entry.indentation} * 2, ' ');
+    // These menus have no marks of their own.
+    label += entry.state > 0 ? "✓ " : entry.state < 0 ? "– " : "";
+    for (const char character : entry.title) {
+        label += character == '_' ? "__" : std::string(1, character);
+    }
+    return label;
+}
+
+/// Builds the entries of one menu, numbering them as the link does.
+class MenuBuilder {
+public:
+    MenuBuilder(std::uint32_t menu, bool isBackground) : menu_(menu), isBackground_(isBackground) {}
+
+    MenuObject* build(const std::vector<link::MenuEntry>& entries) {
+        MenuObject* const menu = menuNew();
+        for (const link::MenuEntry& entry : entries) {
+            MenuEntryObject* const made = build(entry);
+            if (made != nullptr) {
+                menuAppend(menu, made);
+                g_object_unref(made);
+            }
+        }
+        return menu;
+    }
+
+private:
+    MenuEntryObject* build(const link::MenuEntry& entry) {
+        const std::uint32_t number = next_++;
+        MenuObject* const submenu = entry.hasSubmenu ? build(entry.submenu) : nullptr;
+        // An alternate takes another entry's place while a key is held, which these menus cannot.
+        if (entry.isHidden || entry.isAlternate) {
+            if (submenu != nullptr) {
+                g_object_unref(submenu);
+            }
+            return nullptr;
+        }
+        // File and background menus of one name share one action in Nautilus.
+        const std::string name =
+            std::string(isBackground_ ? "CorvidBackground::" : "Corvid::") + std::to_string(number);
+        MenuEntryObject* const made =
+            menuEntryNew(name.c_str(), labelOf(entry).c_str(), entry.toolTip.c_str(),
+                         entry.iconName.empty() ? nullptr : entry.iconName.c_str());
+        if (submenu != nullptr) {
+            menuEntrySetSubmenu(made, submenu);
+            g_object_unref(submenu);
+        } else if (entry.isEnabled) {
+            g_signal_connect_data(
+                made, "activate", G_CALLBACK(onActivate), new ClickTarget{menu_, number},
+                [](gpointer target, GClosure*) { delete static_cast<ClickTarget*>(target); },
+                GConnectFlags{});
+        } else {
+            g_object_set(made, "sensitive", FALSE, nullptr);
+        }
+        return made;
+    }
+
+    const std::uint32_t menu_;
+    const bool isBackground_;
+    std::uint32_t next_ = 0;
+};
+
+MenuEntryObject* note(const char* text) {
+    MenuEntryObject* const entry = menuEntryNew("Corvid::Note", text, "", nullptr);
+    g_object_set(entry, "sensitive", FALSE, nullptr);
+    return entry;
+}
+
+GList* menuItems(const MenuSelection& selection) {
+    const MenuCache::KnownMenu* const known = frontEnd().menu(selection);
+    if (known == nullptr || (known->isAnswer && known->entries.empty())) {
+        return nullptr;
+    }
+    if (!known->isAnswer) {
+        return g_list_append(
+            nullptr, note(known->title.empty() ? "Corvid is not answering" : known->title.c_str()));
+    }
+    MenuEntryObject* const top =
+        menuEntryNew(selection.isBackground ? "CorvidBackground::Top" : "Corvid::Top",
+                     known->title.c_str(), "", "corvid");
+    MenuObject* const submenu =
+        MenuBuilder(known->number, selection.isBackground).build(known->entries);
+    menuEntrySetSubmenu(top, submenu);
+    g_object_unref(submenu);
+    return g_list_append(nullptr, top);
+}
+
+GList* fileItems(GList* files) {
+    MenuSelection selection;
+    for (const GList* file = files; file != nullptr; file = file->next) {
+        auto* const info = static_cast<FileInfo*>(file->data);
+        const std::string path = pathOf(info);
+        if (path.empty()) {
+            return nullptr;
+        }
+        selection.items.push_back({path, fileIsFolder(info)});
+    }
+    if (selection.items.empty()) {
+        return nullptr;
+    }
+    const std::string& first = selection.items.front().path;
+    selection.folder = first.substr(0, first.rfind('/'));
+    return menuItems(selection);
+}
+
+GList* backgroundItems(FileInfo* folder) {
+    MenuSelection selection;
+    selection.folder = pathOf(folder);
+    selection.items.push_back({selection.folder, true});
+    selection.isBackground = true;
+    return selection.folder.empty() ? nullptr : menuItems(selection);
+}
+
+/// The window comes between provider and list in Caja and Nemo, and is of no interest.
+inline GList* getFileItems(MenuProvider* provider, GList* files) {
+    menuProvider = provider;
+    return fileItems(files);
+}
+template <class Window>
+GList* getFileItems(MenuProvider* provider, Window* /*window*/, GList* files) {
+    return getFileItems(provider, files);
+}
+inline GList* getBackgroundItems(MenuProvider* provider, FileInfo* folder) {
+    menuProvider = provider;
+    return backgroundItems(folder);
+}
+template <class Window>
+GList* getBackgroundItems(MenuProvider* provider, Window* /*window*/, FileInfo* folder) {
+    return getBackgroundItems(provider, folder);
+}
+
+// The type.
+
+struct Extension {
+    GObject parent;
+};
+struct ExtensionClass {
+    GObjectClass parent;
+};
+GType extensionType = 0;
+
+void initialiseInfoProvider(gpointer interface, gpointer /*data*/) {
+    auto* const functions = static_cast<InfoProviderInterface*>(interface);
+    functions->update_file_info = updateFileInfo;
+    functions->cancel_update = cancelUpdate;
+}
+
+void initialiseMenuProvider(gpointer interface, gpointer /*data*/) {
+    auto* const functions = static_cast<MenuProviderInterface*>(interface);
+    functions->get_file_items = getFileItems;
+    functions->get_background_items = getBackgroundItems;
+}
+
+} // namespace
+
+FrontEnd& frontEnd() {
+    // Never freed: the file manager keeps its modules until it exits.
+    static FrontEnd* const theOne = makeFrontEnd();
+    return *theOne;
+}
+
+std::string pathOfURI(const char* uri) {
+    const GText path(g_filename_from_uri(uri, nullptr, nullptr));
+    std::string text = path ? path.get() : "";
+    while (text.size() > 1 && text.back() == '/') {
+        text.pop_back();
+    }
+    return text;
+}
+
+} // namespace corvid::gtk
+
+#define CORVID_EXPORT extern "C" __attribute__((visibility("default")))
+
+CORVID_EXPORT void CORVID_MODULE_INITIALIZE(GTypeModule* module) {
+    using namespace corvid::gtk;
+    static const GTypeInfo kInfo = {
+        sizeof(ExtensionClass), nullptr, nullptr, nullptr, nullptr, nullptr,
+        sizeof(Extension),      0,       nullptr, nullptr};
+    extensionType =
+        g_type_module_register_type(module, G_TYPE_OBJECT, "CorvidExtension", &kInfo, GTypeFlags{});
+    static const GInterfaceInfo kInfoProvider = {initialiseInfoProvider, nullptr, nullptr};
+    g_type_module_add_interface(module, extensionType, infoProviderType(), &kInfoProvider);
+    static const GInterfaceInfo kMenuProvider = {initialiseMenuProvider, nullptr, nullptr};
+    g_type_module_add_interface(module, extensionType, menuProviderType(), &kMenuProvider);
+    registerObservation(module, extensionType);
+}
+
+CORVID_EXPORT void CORVID_MODULE_SHUTDOWN() {}
+
+CORVID_EXPORT void CORVID_MODULE_LIST_TYPES(const GType** types, int* count) {
+    static GType list[1];
+    list[0] = corvid::gtk::extensionType;
+    *types = list;
+    *count = 1;
+}

@@ -1,0 +1,194 @@
+#include "Extensions/FileManagers/Link/BadgeCache.h"
+
+#include <utility>
+
+namespace corvid::link {
+
+BadgeCache::BadgeCache(LinkClient& client, Changed changed)
+    : client_(client), changed_(std::move(changed)) {}
+
+bool BadgeCache::isOnVolume(std::string_view path) const {
+    return !volume_.empty() &&
+           (volume_ == "/" || (path.starts_with(volume_) &&
+                               (path.size() == volume_.size() || path[volume_.size()] == '/')));
+}
+
+void BadgeCache::begin(const std::string& folderName) {
+    Folder& folder = folders_[folderName];
+    if (++folder.views > 1) {
+        return;
+    }
+    // What was known before may have changed while nobody looked: it is shown, but asked for anew.
+    forgetQuestions(folder);
+    if (isOnVolume(folderName)) {
+        client_.send(Begin{folderName});
+    }
+}
+
+void BadgeCache::end(const std::string& folderName) {
+    const auto folder = folders_.find(folderName);
+    if (folder == folders_.end() || folder->second.views == 0 || --folder->second.views > 0) {
+        return;
+    }
+    folder->second.lastShown = ++ends_;
+    forgetQuestions(folder->second);
+    if (isOnVolume(folderName)) {
+        client_.send(End{folderName});
+    }
+    dropOldest();
+}
+
+bool BadgeCache::isShown(const std::string& folderName) const {
+    const auto folder = folders_.find(folderName);
+    return folder != folders_.end() && folder->second.views > 0;
+}
+
+std::string_view BadgeCache::badge(const std::string& folderName, std::string_view name,
+                                   bool isFolder) {
+    const auto found = folders_.find(folderName);
+    if (found == folders_.end() || found->second.views == 0 ||
+        (!volume_.empty() && !isOnVolume(folderName))) {
+        return {};
+    }
+    Folder& folder = found->second;
+    const std::string key(name);
+    Item& item = folder.items[key];
+    item.isFolder = isFolder;
+    if (item.state == Item::State::unknown) {
+        gather(folder, key, item);
+    }
+    return item.badge;
+}
+
+std::string_view BadgeCache::refresh(const std::string& folderName, std::string_view name,
+                                     bool isFolder) {
+    if (const auto folder = folders_.find(folderName); folder != folders_.end()) {
+        const auto item = folder->second.items.find(std::string(name));
+        if (item != folder->second.items.end() && item->second.state == Item::State::answered) {
+            item->second.state = Item::State::unknown;
+        }
+    }
+    return badge(folderName, name, isFolder);
+}
+
+void BadgeCache::gather(Folder& folder, const std::string& name, Item& item) {
+    item.state = Item::State::gathered;
+    folder.gathered.push_back(name);
+    ++unanswered_;
+    if (!std::exchange(isWaking_, true)) {
+        client_.wake();
+    }
+}
+
+void BadgeCache::woken() {
+    isWaking_ = false;
+    if (!client_.isUp() || volume_.empty()) {
+        return;
+    }
+    for (auto& [folderName, folder] : folders_) {
+        Ask ask;
+        ask.folder = folderName;
+        for (std::string& name : std::exchange(folder.gathered, {})) {
+            const auto item = folder.items.find(name);
+            if (item == folder.items.end() || item->second.state != Item::State::gathered) {
+                continue;
+            }
+            item->second.state = Item::State::asked;
+            ask.items.push_back({std::move(name), item->second.isFolder});
+            if (ask.items.size() == kMaxBatchSize) {
+                client_.send(ask);
+                ask.items.clear();
+            }
+        }
+        if (!ask.items.empty()) {
+            client_.send(ask);
+        }
+    }
+}
+
+/// Whatever was asked for in `folder` is open again.
+void BadgeCache::forgetQuestions(Folder& folder) {
+    for (auto& [name, item] : folder.items) {
+        if (item.state == Item::State::gathered || item.state == Item::State::asked) {
+            --unanswered_;
+        }
+        item.state = Item::State::unknown;
+    }
+    folder.gathered.clear();
+}
+
+void BadgeCache::linkUp() {
+    // Until the new extension has said where the volume is, nothing is begun.
+    volume_.clear();
+}
+
+void BadgeCache::received(const Volume& volume) {
+    volume_ = volume.folder;
+    for (auto& [folderName, folder] : folders_) {
+        forgetQuestions(folder);
+        if (!isOnVolume(folderName)) {
+            std::vector<std::string> names;
+            for (const auto& [name, item] : folder.items) {
+                if (!item.badge.empty()) {
+                    names.push_back(name);
+                }
+            }
+            folder.items.clear();
+            if (!names.empty() && folder.views > 0) {
+                changed_(folderName, names);
+            }
+        } else if (folder.views > 0) {
+            client_.send(Begin{folderName});
+            for (auto& [name, item] : folder.items) {
+                gather(folder, name, item);
+            }
+        }
+    }
+}
+
+void BadgeCache::received(const Badges& badges) {
+    const auto found = folders_.find(badges.folder);
+    if (found == folders_.end() || found->second.views == 0) {
+        return;
+    }
+    Folder& folder = found->second;
+    std::vector<std::string> names;
+    for (const ItemBadge& news : badges.items) {
+        Item& item = folder.items[news.name];
+        if (news.isAnswer && item.state == Item::State::asked) {
+            item.state = Item::State::answered;
+            --unanswered_;
+        }
+        if (item.badge != news.badge) {
+            item.badge = news.badge;
+            names.push_back(news.name);
+        }
+    }
+    if (!names.empty()) {
+        changed_(badges.folder, names);
+    }
+}
+
+void BadgeCache::dropOldest() {
+    while (true) {
+        std::size_t kept = 0;
+        std::size_t items = 0;
+        auto oldest = folders_.end();
+        for (auto folder = folders_.begin(); folder != folders_.end(); ++folder) {
+            if (folder->second.views > 0) {
+                continue;
+            }
+            ++kept;
+            items += folder->second.items.size();
+            if (oldest == folders_.end() || folder->second.lastShown < oldest->second.lastShown) {
+                oldest = folder;
+            }
+        }
+        if (kept <= kMaxFoldersKept && items <= kMaxItemsKept) {
+            return;
+        }
+        folders_.erase(oldest);
+    }
+}
+
+} // namespace corvid::link

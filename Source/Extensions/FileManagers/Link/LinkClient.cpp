@@ -1,0 +1,216 @@
+#include "Extensions/FileManagers/Link/LinkClient.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace corvid::link {
+
+namespace {
+
+constexpr std::chrono::milliseconds kFirstPause{100};
+constexpr std::chrono::milliseconds kLongestPause{30'000};
+/// A link that held this long was a good one: the next loss is tried again soon.
+constexpr std::chrono::seconds kGoodTime{10};
+/// An extension that leaves this much unread is told nothing more.
+constexpr std::size_t kMaxUnsent = 2 * kMaxFrameSize;
+
+/// Empties the counter of an eventfd or a timerfd.
+void drain(int fd) {
+    std::uint64_t ignored = 0;
+    [[maybe_unused]] const ssize_t bytes = ::read(fd, &ignored, sizeof ignored);
+}
+
+} // namespace
+
+LinkClient::LinkClient(Delegate& delegate, Options options)
+    : delegate_(delegate), options_(std::move(options)), epoll_(::epoll_create1(EPOLL_CLOEXEC)),
+      timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), pause_(kFirstPause) {
+    await(timer_.get(), EPOLLIN, true);
+    await(wakeFd_.get(), EPOLLIN, true);
+}
+
+void LinkClient::await(int fd, std::uint32_t events, bool isNew) {
+    epoll_event event{};
+    event.events = events;
+    event.data.fd = fd;
+    ::epoll_ctl(epoll_.get(), isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, fd, &event);
+}
+
+void LinkClient::open() {
+    if (state_ == State::closed) {
+        connect();
+    }
+}
+
+void LinkClient::connect() {
+    const RuntimeFolder::Opened folder =
+        options_.runtimeFolder.open(RuntimeFolder::IfMissing::fail);
+    OwnedFd socket = folder.fd ? connectIn(folder.fd.get()) : OwnedFd();
+    if (!socket) {
+        if (folder.fd && errno == EPERM) {
+            lose("The extension that answers belongs to another user.");
+        } else if (mayStart_ && !options_.extension.empty()) {
+            startExtension();
+        } else {
+            lose("The extension is not running.");
+        }
+        return;
+    }
+    channel_.emplace(std::move(socket));
+    awaitsRoom_ = false;
+    await(channel_->fd(), EPOLLIN, true);
+    state_ = State::greeting;
+    channel_->send(Hello{options_.oldestVersion, options_.newestVersion, options_.frontEnd});
+    flush();
+}
+
+void LinkClient::startExtension() {
+    mayStart_ = false;
+    std::string problem;
+    starter_ = ExtensionStarter::start(options_.extension, options_.extensionArguments, problem);
+    if (!starter_) {
+        lose(problem);
+        return;
+    }
+    state_ = State::starting;
+    await(starter_->fd(), EPOLLIN, true);
+}
+
+void LinkClient::pollStarter() {
+    switch (starter_->poll()) {
+    case ExtensionStarter::State::starting:
+        break;
+    case ExtensionStarter::State::ready:
+        starter_.reset();
+        connect();
+        break;
+    case ExtensionStarter::State::failed: {
+        const std::string problem = starter_->problem();
+        starter_.reset();
+        lose(problem);
+        break;
+    }
+    }
+}
+
+void LinkClient::dispatch() {
+    std::array<epoll_event, 8> events{};
+    const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), 0);
+    for (int i = 0; i < count; ++i) {
+        const int fd = events[static_cast<std::size_t>(i)].data.fd;
+        const std::uint32_t what = events[static_cast<std::size_t>(i)].events;
+        if (fd == wakeFd_.get()) {
+            drain(fd);
+            delegate_.woken();
+        } else if (fd == timer_.get()) {
+            drain(fd);
+            if (state_ == State::waiting) {
+                mayStart_ = true;
+                connect();
+            }
+        } else if (starter_ && fd == starter_->fd()) {
+            pollStarter();
+        } else if (channel_ && fd == channel_->fd()) {
+            if ((what & EPOLLOUT) != 0) {
+                flush();
+            }
+            if (channel_ && (what & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) {
+                receive();
+            }
+        }
+    }
+}
+
+void LinkClient::receive() {
+    const bool isOpen = channel_->receive();
+    while (channel_) {
+        std::optional<Message> message = channel_->next();
+        if (!message) {
+            break;
+        }
+        handle(std::move(*message));
+    }
+    if (channel_ && channel_->isBroken()) {
+        lose("The extension sent what is no message of the link.");
+    } else if (channel_ && !isOpen) {
+        lose("The extension has ended.");
+    }
+}
+
+void LinkClient::handle(Message message) {
+    if (const auto* const welcome = std::get_if<Welcome>(&message)) {
+        if (state_ != State::greeting || welcome->version < options_.oldestVersion ||
+            welcome->version > options_.newestVersion) {
+            lose("The extension answered with a greeting that was not asked for.");
+            return;
+        }
+        state_ = State::up;
+        mayStart_ = true;
+        upSince_ = std::chrono::steady_clock::now();
+        delegate_.linkUp();
+        if (channel_) {
+            delegate_.received(std::move(message));
+        }
+    } else if (const auto* const refused = std::get_if<Refused>(&message)) {
+        const std::string reason = refused->reason;
+        channel_.reset();
+        state_ = State::refused;
+        delegate_.linkRefused(reason);
+    } else if (state_ == State::up) {
+        delegate_.received(std::move(message));
+    }
+}
+
+void LinkClient::lose(const std::string& reason) {
+    if (state_ == State::up && std::chrono::steady_clock::now() - upSince_ > kGoodTime) {
+        pause_ = kFirstPause;
+    }
+    channel_.reset();
+    state_ = State::waiting;
+    itimerspec when{};
+    when.it_value.tv_sec = pause_.count() / 1000;
+    when.it_value.tv_nsec = (pause_.count() % 1000) * 1'000'000;
+    ::timerfd_settime(timer_.get(), 0, &when, nullptr);
+    pause_ = std::min(2 * pause_, kLongestPause);
+    delegate_.linkDown(reason);
+}
+
+void LinkClient::wake() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(wakeFd_.get(), &one, sizeof one);
+}
+
+std::uint32_t LinkClient::nextRequest() {
+    if (++lastRequest_ == 0) {
+        ++lastRequest_;
+    }
+    return lastRequest_;
+}
+
+bool LinkClient::send(const Message& message) {
+    if (state_ != State::up || channel_->unsent() > kMaxUnsent || !channel_->send(message)) {
+        return false;
+    }
+    flush();
+    return true;
+}
+
+/// Sends what the socket takes; a broken connection shows when it is read from.
+void LinkClient::flush() {
+    channel_->flush();
+    const bool needsRoom = channel_->unsent() > 0;
+    if (needsRoom != awaitsRoom_) {
+        awaitsRoom_ = needsRoom;
+        await(channel_->fd(), needsRoom ? EPOLLIN | EPOLLOUT : EPOLLIN, false);
+    }
+}
+
+} // namespace corvid::link

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Extensions/FileManagers/Link/ExtensionStarter.h"
+#include "Extensions/FileManagers/Link/LinkChannel.h"
+#include "Platform/Unix/OwnedFd.h"
+#include "Platform/Unix/RuntimeFolder.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvid::link {
+
+/// A front end's end of the Finder link. It never waits: its owner polls fd() for reading and then
+/// calls dispatch(), on one thread, on which everything else is called as well.
+///
+/// It connects to the extension, starts it when there is none, and connects anew, later each time,
+/// when the connection is lost.
+class LinkClient {
+public:
+    /// What comes from the other end; called from within dispatch().
+    class Delegate {
+    public:
+        virtual ~Delegate() = default;
+        /// Greetings are exchanged; requests may be sent. Nothing of an earlier connection counts.
+        virtual void linkUp() = 0;
+        /// The connection is lost, or could not be had; `reason` is a sentence. It is tried again.
+        virtual void linkDown(const std::string& reason) = 0;
+        /// The two ends have no version in common; it is not tried again.
+        virtual void linkRefused(const std::string& reason) = 0;
+        /// Anything else that the extension says.
+        virtual void received(Message message) = 0;
+        /// wake() was called.
+        virtual void woken() = 0;
+    };
+
+    struct Options {
+        std::string frontEnd;  ///< what the front end is called in the status
+        std::string extension; ///< the program to start when none runs; empty: none is started
+        std::vector<std::string> extensionArguments;
+        std::uint16_t oldestVersion = kOldestVersion;
+        std::uint16_t newestVersion = kNewestVersion;
+        RuntimeFolder runtimeFolder = RuntimeFolder::ofThisUser();
+    };
+
+    /// Nothing happens before open(). `delegate` must outlive this.
+    LinkClient(Delegate& delegate, Options options);
+
+    /// Begins to connect, if it has not. Returns at once.
+    void open();
+
+    int fd() const { return epoll_.get(); }
+    /// Does what there is to do, a bounded piece at a time: fd() stays readable for the rest.
+    void dispatch();
+    /// Has dispatch() call woken() soon: for an owner that wants to send what it gathers meanwhile
+    /// in one piece.
+    void wake();
+
+    bool isUp() const { return state_ == State::up; }
+    /// A number for a request whose answer shall be known by it; never 0.
+    std::uint32_t nextRequest();
+    /// Sends `message`. False when the link is not up, the message exceeds a bound, or the
+    /// extension has long not read.
+    bool send(const Message& message);
+
+private:
+    enum class State : std::uint8_t { closed, starting, greeting, up, waiting, refused };
+
+    void await(int fd, std::uint32_t events, bool isNew);
+    void connect();
+    void startExtension();
+    void pollStarter();
+    void receive();
+    void handle(Message message);
+    void lose(const std::string& reason);
+    void flush();
+
+    Delegate& delegate_;
+    const Options options_;
+    OwnedFd epoll_;
+    OwnedFd timer_;
+    OwnedFd wakeFd_;
+    State state_ = State::closed;
+    bool mayStart_ = true; ///< the extension has not been started since the link was last lost
+    bool awaitsRoom_ = false;
+    std::optional<LinkChannel> channel_;
+    std::optional<ExtensionStarter> starter_;
+    std::chrono::milliseconds pause_;
+    std::chrono::steady_clock::time_point upSince_;
+    std::uint32_t lastRequest_ = 0;
+};
+
+} // namespace corvid::link

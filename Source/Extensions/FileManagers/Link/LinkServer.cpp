@@ -1,0 +1,284 @@
+#include "Extensions/FileManagers/Link/LinkServer.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <type_traits>
+#include <utility>
+
+namespace corvid::link {
+
+namespace {
+
+constexpr std::uint64_t kListenerKey = 0;
+constexpr std::uint64_t kWakeKey = 1;
+constexpr FinderModel::Connection kFirstConnection = 2;
+
+constexpr std::size_t kMaxFrontEnds = 256;
+/// A front end that leaves this much unread is neither read from nor given more.
+constexpr std::size_t kMaxUnsent = std::size_t{256} * 1024;
+
+/// News that comes within this time of the last delivery waits for the rest of it, so that badges
+/// answered in a row travel together. The first is never held up.
+constexpr std::chrono::milliseconds kDeliveryPause{4};
+constexpr std::chrono::seconds kRetryPause{1};
+
+/// Tells the front end that `message` was more than the link carries, where it waits for it.
+void refuse(LinkChannel& channel, const Message& message) {
+    if (const auto* const menu = std::get_if<MenuReply>(&message)) {
+        MenuReply refusal;
+        refusal.request = menu->request;
+        refusal.outcome = MenuOutcome::tooLarge;
+        channel.send(refusal);
+    }
+}
+
+} // namespace
+
+LinkServer::LinkServer(OwnedFd listener, const VolumeMapping& volume, const SendMonitor& monitor,
+                       const Clock& clock, Options options)
+    : monitor_(monitor), clock_(clock), options_(std::move(options)),
+      listener_(std::move(listener)), epoll_(::epoll_create1(EPOLL_CLOEXEC)),
+      wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), finder_(volume, [this] { wake(); }),
+      lastConnection_(kFirstConnection - 1) {
+    await(listener_.get(), kListenerKey, EPOLLIN, true);
+    await(wakeFd_.get(), kWakeKey, EPOLLIN, true);
+}
+
+void LinkServer::await(int fd, std::uint64_t key, std::uint32_t events, bool isNew) {
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = key;
+    ::epoll_ctl(epoll_.get(), isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, fd, &event);
+}
+
+void LinkServer::wake() {
+    if (!isWoken_.exchange(true)) {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = ::write(wakeFd_.get(), &one, sizeof one);
+    }
+}
+
+void LinkServer::stop() {
+    isStopped_ = true;
+    wake();
+}
+
+void LinkServer::setProblem(std::string problem) {
+    const MutexLock lock(mutex_);
+    problem_ = std::move(problem);
+}
+
+void LinkServer::setVolumeFixed(bool isFixed) {
+    const MutexLock lock(mutex_);
+    isVolumeFixed_ = isFixed;
+}
+
+void LinkServer::setHostProcess(std::function<std::uint32_t()> hostProcess) {
+    hostProcess_ = std::move(hostProcess);
+}
+
+void LinkServer::run() {
+    std::array<epoll_event, 32> events{};
+    while (!isStopped_) {
+        const int count =
+            ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout());
+        for (int i = 0; i < count; ++i) {
+            const epoll_event& event = events[static_cast<std::size_t>(i)];
+            if (event.data.u64 == kListenerKey) {
+                acceptAll();
+            } else if (event.data.u64 == kWakeKey) {
+                std::uint64_t ignored = 0;
+                [[maybe_unused]] const ssize_t bytes =
+                    ::read(wakeFd_.get(), &ignored, sizeof ignored);
+                hasNews_ = true;
+            } else if (const auto frontEnd =
+                           frontEnds_.find(static_cast<FinderModel::Connection>(event.data.u64));
+                       frontEnd != frontEnds_.end()) {
+                serve(frontEnd, event.events);
+            }
+        }
+        const auto now = clock_.monotonicNow();
+        if (hasNews_ && now >= nextDelivery_) {
+            // Only now: until here whoever had something new found it noted already, and woke
+            // nobody.
+            isWoken_ = false;
+            hasNews_ = false;
+            nextDelivery_ = now + kDeliveryPause;
+            deliverAll();
+        }
+        if (!finder_.isRetrying()) {
+            nextRetry_.reset();
+        } else if (!nextRetry_) {
+            nextRetry_ = now + kRetryPause;
+        } else if (now >= *nextRetry_) {
+            nextRetry_ = now + kRetryPause;
+            finder_.retry();
+        }
+    }
+    while (!frontEnds_.empty()) {
+        hangUp(frontEnds_.begin());
+    }
+    listener_.reset();
+}
+
+/// Milliseconds until there is something to do that no descriptor announces; -1 for nothing.
+int LinkServer::timeout() const {
+    std::optional<std::chrono::steady_clock::time_point> next = nextRetry_;
+    if (hasNews_ && (!next || nextDelivery_ < *next)) {
+        next = nextDelivery_;
+    }
+    if (!next) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*next - clock_.monotonicNow()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000));
+}
+
+void LinkServer::acceptAll() {
+    while (true) {
+        OwnedFd socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket) {
+            return;
+        }
+        if (frontEnds_.size() >= kMaxFrontEnds || !isOwnPeer(socket.get())) {
+            continue;
+        }
+        const auto connection = ++lastConnection_;
+        const int fd = socket.get();
+        frontEnds_.try_emplace(connection, FrontEnd{LinkChannel(std::move(socket)), {}, EPOLLIN});
+        await(fd, connection, EPOLLIN, true);
+    }
+}
+
+void LinkServer::serve(FrontEnds::iterator frontEnd, std::uint32_t events) {
+    auto& [connection, end] = *frontEnd;
+    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) {
+        const bool isOpen = end.channel.receive();
+        while (auto message = end.channel.next()) {
+            if (!handle(connection, end, std::move(*message))) {
+                end.channel.flush();
+                hangUp(frontEnd);
+                return;
+            }
+        }
+        if (!isOpen || end.channel.isBroken()) {
+            hangUp(frontEnd);
+            return;
+        }
+    }
+    if (!deliver(connection, end)) {
+        hangUp(frontEnd);
+    }
+}
+
+/// False when the connection must end.
+bool LinkServer::handle(FinderModel::Connection connection, FrontEnd& frontEnd, Message message) {
+    if (const auto* const hello = std::get_if<Hello>(&message)) {
+        return greet(connection, frontEnd, *hello);
+    }
+    if (frontEnd.program.empty()) {
+        return false;
+    }
+    if (const auto* const request = std::get_if<StatusRequest>(&message)) {
+        return frontEnd.channel.send(status(request->request));
+    }
+    if (const auto* const ping = std::get_if<Ping>(&message)) {
+        return frontEnd.channel.send(Pong{ping->request});
+    }
+    return finder_.handle(connection, std::move(message));
+}
+
+bool LinkServer::greet(FinderModel::Connection connection, FrontEnd& frontEnd, const Hello& hello) {
+    if (!frontEnd.program.empty()) {
+        return false;
+    }
+    const std::uint16_t version = std::min(hello.newestVersion, kNewestVersion);
+    if (version < std::max(hello.oldestVersion, kOldestVersion)) {
+        Refused refused;
+        refused.reason = hello.newestVersion < kOldestVersion
+                             ? "The front end is older than the extension: restart it."
+                             : "The front end is newer than the extension: restart the extension.";
+        frontEnd.channel.send(refused);
+        return false;
+    }
+    frontEnd.program = hello.program.empty() ? "unnamed" : hello.program;
+    frontEnd.channel.send(Welcome{version, options_.pid, options_.programVersion});
+    finder_.connect(connection);
+    return true;
+}
+
+/// Sends what the front end takes. False when it is gone.
+bool LinkServer::deliver(FinderModel::Connection connection, FrontEnd& frontEnd) {
+    bool isOpen = true;
+    bool hasMore = true;
+    while (isOpen && hasMore && frontEnd.channel.unsent() < kMaxUnsent) {
+        while (hasMore && frontEnd.channel.unsent() < kMaxUnsent) {
+            const std::optional<Message> message = finder_.takeMessage(connection);
+            hasMore = message.has_value();
+            if (message && !frontEnd.channel.send(*message)) {
+                refuse(frontEnd.channel, *message);
+            }
+        }
+        isOpen = frontEnd.channel.flush();
+    }
+    const std::size_t unsent = frontEnd.channel.unsent();
+    const std::uint32_t events =
+        (unsent < kMaxUnsent ? EPOLLIN : 0U) | (unsent > 0 ? EPOLLOUT : 0U);
+    if (events != frontEnd.awaited) {
+        frontEnd.awaited = events;
+        await(frontEnd.channel.fd(), connection, events, false);
+    }
+    return isOpen;
+}
+
+void LinkServer::deliverAll() {
+    for (auto frontEnd = frontEnds_.begin(); frontEnd != frontEnds_.end();) {
+        const auto current = frontEnd++;
+        if (!deliver(current->first, current->second)) {
+            hangUp(current);
+        }
+    }
+}
+
+void LinkServer::hangUp(FrontEnds::iterator frontEnd) {
+    finder_.disconnect(frontEnd->first);
+    frontEnds_.erase(frontEnd);
+}
+
+StatusReply LinkServer::status(std::uint32_t request) const {
+    StatusReply status;
+    status.request = request;
+    status.pid = options_.pid;
+    status.programVersion = options_.programVersion;
+    finder_.addStatus(status);
+    if (hostProcess_) {
+        status.hostPid = hostProcess_();
+    }
+    for (const auto& [connection, frontEnd] : frontEnds_) {
+        if (!frontEnd.program.empty()) {
+            status.frontEnds.push_back(frontEnd.program);
+        }
+    }
+    const SendMonitor::Figures figures = monitor_.figures();
+    status.messagesSent = figures.sent;
+    status.messagesFailed = figures.failed;
+    status.roundTrip = figures.roundTrip;
+    status.lastFailure = figures.lastFailure;
+    if (!figures.lastFailure.empty()) {
+        status.sinceLastFailure = std::chrono::duration_cast<std::chrono::milliseconds>(
+            clock_.monotonicNow() - figures.lastFailureTime);
+    }
+    const MutexLock lock(mutex_);
+    status.problem = problem_;
+    status.isVolumeFixed = isVolumeFixed_;
+    return status;
+}
+
+} // namespace corvid::link
