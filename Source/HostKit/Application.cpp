@@ -1,0 +1,25 @@
+#include <CorvidHostKit/Application.h>
+
+#include <CorvidHostKit/Error.h>
+
+#include <cstdio>
+
+namespace corvid::hostkit {
+
+Error::~Error() = default;
+
+Application::~Application() = default;
+
+void Application::actionPerformed(const Click&) {}
+
+void Application::extensionChanged(const std::string&, bool) {}
+
+void Application::folderShown(const std::string&) {}
+
+void Application::folderHidden(const std::string&) {}
+
+void Application::problem(const std::string& text) {
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+} // namespace corvid::hostkit

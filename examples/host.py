@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""A complete host application in plain Python: badges from a dictionary, a menu, pushes.
+
+    host.py FOLDER [PATH=BADGE ...]
+
+FOLDER is the local folder that stands for the volume, PATH an item in it. Each line "PATH=BADGE"
+on standard input changes a badge and pushes it; what happens is told on standard output.
+Written from docs/message-port-protocol.md."""
+
+import fcntl, os, plistlib, socket, struct, sys, tempfile, threading
+from urllib.parse import quote, unquote
+
+HOST = "com.corvid.desktop.widget"
+EXTENSION = "ZQ7X2KD4W9.group.corvid.desktop.widget.findesync-"
+ROOT = "file:///Volumes/Corvid/"
+HEADER = struct.Struct("<4sBBHBBHiQI")
+REQUEST, REPLY, DATA, WANTS_REPLY, REFUSED = 1, 2, 1, 2, 4
+
+class URL(str): pass
+class MenuItem(dict): pass
+
+def open_folder(path):
+    os.makedirs(path, mode=0o700, exist_ok=True)
+    fd = os.open(path, os.O_RDONLY | os.O_DIRECTORY | os.O_NOFOLLOW)
+    if os.fstat(fd).st_uid != os.getuid() or os.fstat(fd).st_mode & 0o077:
+        sys.exit(f"{path} is not this user's alone; remove it")
+    return fd
+
+def connect(name):
+    connection = socket.socket(socket.AF_UNIX)
+    connection.settimeout(1)
+    connection.connect(f"/proc/self/fd/{ports}/{quote(name, safe='')}")
+    return connection
+
+def is_alive(name):
+    try:
+        return not connect(name).close()
+    except OSError:
+        return False
+
+def take(name):
+    fcntl.flock(ports, fcntl.LOCK_EX)
+    if is_alive(name):
+        sys.exit(f"another process serves {name}; end it first")
+    temporary = f"={os.getpid()}"
+    listener = socket.socket(socket.AF_UNIX)
+    listener.bind(f"/proc/self/fd/{ports}/{temporary}")
+    listener.listen(64)
+    os.chmod(temporary, 0o600, dir_fd=ports)
+    os.rename(temporary, quote(name, safe=""), src_dir_fd=ports, dst_dir_fd=ports)
+    fcntl.flock(ports, fcntl.LOCK_UN)
+    return listener
+
+def publish_volume():
+    fcntl.flock(runtime, fcntl.LOCK_EX)
+    file = open(os.open(".host.volume", os.O_RDWR | os.O_CREAT, 0o600, dir_fd=runtime), "w")
+    file.write(f"{folder}\nfixed\n{os.getpid()}\n")
+    file.flush()
+    fcntl.fcntl(file, fcntl.F_OFD_SETLK, struct.pack("hhqqi4x", fcntl.F_WRLCK, 0, 0, 0, 0))
+    os.rename(".host.volume", "host.volume", src_dir_fd=runtime, dst_dir_fd=runtime)
+    fcntl.flock(runtime, fcntl.LOCK_UN)
+    return file
+
+def archive(root):
+    objects = ["$null"]
+    def add(value):
+        objects.append(value)
+        return plistlib.UID(len(objects) - 1)
+    def make(kind, fields):
+        return add({**fields, "$class": add({"$classname": kind, "$classes": [kind, "NSObject"]})})
+    def encode(value):
+        if isinstance(value, URL):
+            return make("NSURL", {"NS.base": plistlib.UID(0), "NS.relative": add(str(value))})
+        if isinstance(value, MenuItem):
+            return make("NSMenuItem", {name: add(field) if isinstance(field, str) else field
+                                       for name, field in value.items()})
+        if isinstance(value, list):
+            return make("NSArray", {"NS.objects": [encode(element) for element in value]})
+        if isinstance(value, dict):
+            return make("NSDictionary", {"NS.keys": [encode(key) for key in value],
+                                         "NS.objects": [encode(key) for key in value.values()]})
+        return add(value)
+    return plistlib.dumps({"$version": 100000, "$archiver": "NSKeyedArchiver", "$top":
+                           {"root": encode(root)}, "$objects": objects}, fmt=plistlib.FMT_BINARY)
+
+def unarchive(data):
+    plist = plistlib.loads(data)
+    def decode(value):
+        value = plist["$objects"][value.data] if isinstance(value, plistlib.UID) else value
+        if not isinstance(value, dict):
+            return value
+        if "NS.keys" in value:
+            return dict(zip(map(decode, value["NS.keys"]), map(decode, value["NS.objects"])))
+        if "NS.objects" in value:
+            return list(map(decode, value["NS.objects"]))
+        return decode(value["NS.relative"]) if "NS.relative" in value else value
+    return decode(plist["$top"]["root"])
+
+def path_of(url):
+    return unquote(url).removeprefix(ROOT).rstrip("/")
+
+def answer(message, payload):
+    if message == 1:
+        return [MenuItem(NSTitle=f"Share {len(payload['paths'])} Items", NSKeyEquiv="", NSTag=1,
+                         NSMnemonicLoc=2147483647, NSAction="share:")]
+    if message == 2:
+        print("clicked", payload["action"]["NSTag"], *map(path_of, payload["path"]), flush=True)
+    if message == 4:
+        return badges.get(path_of(payload["url"]), "none")
+    if message == 5:
+        (extensions.add if payload["register"] else extensions.discard)(payload["portId"])
+        print("registered" if payload["register"] else "unregistered", flush=True)
+    if message == 6:
+        print("shown" if payload["add"] else "left", path_of(payload["path"]), flush=True)
+
+def send(connection, kind, flags, message, number, data):
+    header = HEADER.pack(b"CVMP", 1, 1, 28, kind, flags, 0, message, number, len(data))
+    connection.sendall(header + data)
+
+def serve_one(connection):
+    peer = struct.unpack("3i", connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))
+    connection.settimeout(5)
+    stream = connection.makefile("rb")
+    magic, _, oldest, size, kind, flags, _, message, number, length = HEADER.unpack(stream.read(28))
+    if peer[1] != os.getuid() or (magic, kind) != (b"CVMP", REQUEST) or length > 64 << 20:
+        return
+    root = None
+    if oldest == 1 and len(stream.read(size - 28)) == size - 28 and flags & DATA:
+        data = stream.read(length)
+        root = answer(message, unarchive(data)) if length == len(data) > 0 else None
+    if flags & WANTS_REPLY:
+        reply = b"" if root is None else archive(root)
+        mark = REFUSED if oldest > 1 else DATA if reply else 0
+        send(connection, REPLY, mark, message, number, reply)
+
+def serve():
+    while True:
+        with listener.accept()[0] as connection:
+            try:
+                serve_one(connection)
+            except Exception as error:  # whatever one peer sends, the next is served
+                print("ignored:", repr(error), file=sys.stderr, flush=True)
+
+def push(path, badge):
+    data = archive({"badgeID": badge, "path": URL(ROOT + quote(path))})
+    for name in list(extensions):
+        try:
+            with connect(name) as connection:
+                send(connection, REQUEST, DATA, 3, 0, data)
+        except OSError:
+            extensions.discard(name)
+
+folder, *pairs = sys.argv[1:] or sys.exit(__doc__)
+badges = dict(pair.rsplit("=", 1) for pair in pairs)
+base = os.environ.get("XDG_RUNTIME_DIR", "")
+place = base + "/corvid" if base[:1] == "/" else f"{tempfile.gettempdir()}/corvid-{os.getuid()}"
+runtime, ports = open_folder(place), open_folder(place + "/ports")
+listener, volume = take(HOST), publish_volume()
+extensions = {name for name in map(unquote, os.listdir(ports))
+              if name.startswith(EXTENSION) and is_alive(name)}
+threading.Thread(target=serve, daemon=True).start()
+print("ready", flush=True)
+for line in sys.stdin:
+    path, badge = line.rstrip("\n").rsplit("=", 1)
+    badges[path] = badge
+    push(path, badge)
+os.unlink(HOST, dir_fd=ports)
+os.unlink("host.volume", dir_fd=runtime)
