@@ -1,0 +1,23 @@
+#include "Support/BadgeVerdict.h"
+
+#include "Core/Base/VolumeMapping.h"
+#include "Core/Utility/Extensions/CVMAStringExtension.h"
+
+namespace corvid {
+
+BadgeVerdict badgeVerdict(const URL& item) {
+    const std::string& text = item.absoluteString();
+    if (item.path() == kVolumeRoot) {
+        return {false, "the watched folder itself has no badge", text};
+    }
+    if (const auto reason = temporaryItemReason(text)) {
+        return {false, *reason, text};
+    }
+    const std::string_view parent = stringByDeletingLastPathComponent(text);
+    if (const auto reason = temporaryItemReason(parent)) {
+        return {false, *reason, std::string(parent)};
+    }
+    return {true, {}, text};
+}
+
+} // namespace corvid

@@ -1,0 +1,271 @@
+// `corvid-finder-ext`: the extension's controller in a process of its own, and around it what a
+// file manager is to it.
+
+#include "App/Logging/CVMALogFileManager.h"
+#include "App/Reporting/AppReportingService.h"
+#include "App/Reporting/CVDDLog.h"
+#include "App/Reporting/LogSafety.h"
+#include "Core/Base/PrintableText.h"
+#include "Extensions/FileManagers/Link/LinkServer.h"
+#include "Extensions/FileManagers/Link/SendMonitor.h"
+#include "Extensions/Finder/CVMAFinderSync.h"
+#include "Extensions/Finder/CVMAMessagePortID.h"
+#include "Platform/Interfaces/Platform.h"
+#include "Platform/Unix/FatalSignals.h"
+#include "Platform/Unix/PortFolder.h"
+#include "Platform/Unix/PortWatcher.h"
+#include "Platform/Unix/RuntimeFolder.h"
+#include "Platform/Unix/UnixBundle.h"
+#include "Platform/Unix/UnixClock.h"
+#include "Platform/Unix/UnixDispatch.h"
+#include "Platform/Unix/UnixFileManager.h"
+#include "Platform/Unix/UnixMessagePortService.h"
+#include "Platform/Unix/UnixProcessInfo.h"
+#include "Platform/Unix/UnixSystemLog.h"
+#include "Platform/Unix/VolumeFile.h"
+#include "StartReport.h"
+#include "Tools/Support/VolumePath.h"
+#include "VolumeChoice.h"
+
+#include <CLI/CLI.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <unistd.h>
+
+namespace corvid {
+namespace {
+
+std::atomic<link::LinkServer*> serverToStop{nullptr};
+std::atomic<bool> isToStop{false};
+
+void stopServer(int /*signal*/) {
+    isToStop = true;
+    if (link::LinkServer* server = serverToStop) {
+        server->stop();
+    }
+}
+
+void handleSignals() {
+    struct sigaction stop{};
+    stop.sa_handler = stopServer;
+    stop.sa_flags = SA_RESTART;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        ::sigaction(signal, &stop, nullptr);
+    }
+    // A front end or a terminal that goes away shows as an error where it is written to.
+    ::signal(SIGPIPE, SIG_IGN);
+}
+
+/// Follows what the host application does outside of its port's messages: its coming and going,
+/// and the folder that it names. On a queue of its own.
+class HostFollower {
+public:
+    /// Both references must outlive this.
+    HostFollower(const RuntimeFolder& folder, link::LinkServer& server,
+                 VolumeFile::Publication& publication, bool isVolumeFixed)
+        : server_(server), publication_(publication), isVolumeFixed_(isVolumeFixed),
+          hostPort_(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue()),
+          process_(findHost(folder)),
+          queue_(platform().dispatch.serialQueue("com.corvid.finder-ext.host")),
+          ports_(folder, hostPort_, queue_,
+                 [this](const LivePort& port, bool isAlive) { portChanged(port, isAlive); }),
+          volume_(VolumeFile::ofHost(folder).watch(
+              queue_, [this](const auto& published) { volumeChanged(published); })) {}
+
+    /// 0 when there is none.
+    std::uint32_t process() const { return process_; }
+
+private:
+    /// The host that is there already: a front end must not be told that there is none until the
+    /// watcher has looked.
+    std::uint32_t findHost(const RuntimeFolder& folder) {
+        for (const LivePort& port : PortFolder(folder).livePorts(hostPort_)) {
+            if (port.name == hostPort_) {
+                server_.finder().hostAppeared();
+                return static_cast<std::uint32_t>(port.process);
+            }
+        }
+        return 0;
+    }
+
+    void portChanged(const LivePort& port, bool isAlive) {
+        if (port.name != hostPort_) {
+            return;
+        }
+        const std::uint32_t process = isAlive ? static_cast<std::uint32_t>(port.process) : 0;
+        if (process_.exchange(process) == process) {
+            return;
+        }
+        isAlive ? server_.finder().hostAppeared() : server_.finder().hostVanished();
+    }
+
+    void volumeChanged(const std::optional<PublishedVolume>& published) {
+        const auto volume = published ? VolumeMapping::make(published->folder) : std::nullopt;
+        const std::string ours = server_.finder().volume().localFolder();
+        std::string problem;
+        if (volume && isVolumeFixed_ && volume->localFolder() != ours) {
+            problem = volumeConflict(ours, volume->localFolder());
+        } else if (volume && !isVolumeFixed_) {
+            server_.finder().setVolume(*volume);
+            problem = publication_.update(volume->localFolder(), false);
+        }
+        if (!problem.empty()) {
+            std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
+        }
+        server_.setProblem(problem);
+    }
+
+    link::LinkServer& server_;
+    VolumeFile::Publication& publication_;
+    const bool isVolumeFixed_;
+    const std::string hostPort_;
+    std::atomic<std::uint32_t> process_;
+    DispatchQueue& queue_;
+    // Last: they call the rest.
+    PortWatcher ports_;
+    std::unique_ptr<VolumeFile::Watcher> volume_;
+};
+
+/// Where the volume is, by everything that may name it; else a sentence on what is wrong.
+std::variant<VolumeChoice, std::string> findVolume(const std::optional<std::string>& argument,
+                                                   const RuntimeFolder& runtimeFolder) {
+    const FileManager& files = platform().fileManager;
+    VolumeSources sources;
+    sources.argument = argument;
+    sources.environment = platform().processInfo.environment("CVD_VOLUME_PATH");
+    if (const auto host = VolumeFile::ofHost(runtimeFolder).read()) {
+        sources.host = host->folder;
+    }
+    sources.workingFolder = workingFolder();
+    sources.hasUsualFolder = files.fileExistsAtPath(std::string(kVolumeRoot)).isDirectory;
+    sources.home = platform().processInfo.environment("HOME");
+    auto choice = chooseVolume(sources);
+    if (const auto* const found = std::get_if<VolumeChoice>(&choice)) {
+        const std::string& folder = found->volume.localFolder();
+        if (found->isFixed && !files.fileExistsAtPath(folder).isDirectory) {
+            return "The volume " + printableText(folder) +
+                   " is no folder; make it, or name another one with --volume DIR.";
+        }
+    }
+    return choice;
+}
+
+int failed(StartReport& report, const std::string& problem) {
+    report.failed(problem);
+    return EXIT_FAILURE;
+}
+
+int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
+    UnixProcessInfo processInfo;
+    UnixFileManager fileManager;
+    UnixClock clock;
+    UnixBundle bundle{std::string(kFinderExtBundleIdentifier)};
+    UnixDispatch dispatch;
+    UnixMessagePortService ports;
+    UnixSystemLog systemLog;
+    link::SendMonitor monitor(ports, clock);
+    const Platform platform{processInfo, fileManager, clock,     bundle,
+                            dispatch,    monitor,     systemLog, nullptr};
+    setPlatform(&platform);
+    AppReportingService reporting;
+    AppReportingService::setSharedReportingService(&reporting);
+    handleSignals();
+    const LogSafety logSafety;
+    installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler);
+
+    const RuntimeFolder folder = RuntimeFolder::ofThisUser();
+    const auto choice = findVolume(volumeArgument, folder);
+    if (const auto* const problem = std::get_if<std::string>(&choice)) {
+        return failed(report, *problem);
+    }
+    const auto& [volume, isVolumeFixed] = std::get<VolumeChoice>(choice);
+
+    const VolumeFile::Published published =
+        VolumeFile::ofExtension(folder).publish(volume.localFolder(), isVolumeFixed);
+    if (published.existing) {
+        const PublishedVolume& other = *published.existing;
+        const std::string running = "The extension is running already, as process " +
+                                    std::to_string(other.process) + ", with the volume " +
+                                    printableText(other.folder);
+        if (isVolumeFixed && other.folder != volume.localFolder()) {
+            return failed(report, running + ", not " + printableText(volume.localFolder()) +
+                                      "; end it first, or leave the volume out.");
+        }
+        std::fprintf(stderr, "corvid-finder-ext: %s.\n", running.c_str());
+        report.ready();
+        return EXIT_SUCCESS;
+    }
+    if (published.publication == nullptr) {
+        return failed(report, published.problem);
+    }
+
+    const RuntimeFolder::Opened opened = folder.open(RuntimeFolder::IfMissing::create);
+    OwnedFd listener = opened.fd ? link::listenIn(opened.fd.get()) : OwnedFd();
+    if (!listener) {
+        return failed(report, !opened.problem.empty()
+                                  ? opened.problem
+                                  : "No socket can be made in " + printableText(folder.path()) +
+                                        ": " + std::strerror(errno) + ".");
+    }
+
+    link::LinkServer server(std::move(listener), volume, monitor, clock,
+                            {CORVID_VERSION, static_cast<std::uint32_t>(::getpid())});
+    server.setVolumeFixed(isVolumeFixed);
+    FIFinderSyncController::setDefaultController(&server.finder());
+    serverToStop = &server;
+    if (isToStop) {
+        server.stop();
+    }
+    {
+        const HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        server.setHostProcess([&host] { return host.process(); });
+        server.finder().start([] { return CVMAFinderSync::create(); });
+        report.ready();
+        std::printf("Serving the volume %s.\n", printableText(volume.localFolder()).c_str());
+        std::fflush(stdout);
+        server.run();
+    }
+    // From here on front ends find nobody, and the extension is taken down in its order.
+    ::unlinkat(opened.fd.get(), link::kSocketName, 0);
+    server.finder().stop();
+
+    serverToStop = nullptr;
+    FIFinderSyncController::setDefaultController(nullptr);
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+} // namespace corvid
+
+int main(int argc, char** argv) {
+    CLI::App app{"The extension's process: asks the host application for badges and menus and "
+                 "serves file managers and the corvid command. They start it by themselves."};
+    app.set_version_flag("--version", CORVID_VERSION);
+    std::optional<std::string> volume;
+    std::optional<int> backgroundFd;
+    app.add_option("--volume", volume,
+                   "The folder that is the volume. If left out: the one that CVD_VOLUME_PATH "
+                   "names, that of the host application, /Volumes/Corvid, ~/Corvid")
+        ->type_name("DIR");
+    app.add_option("--background", backgroundFd,
+                   "Go on in the background, and write to this descriptor how the start went")
+        ->type_name("FD")
+        ->check(CLI::Range(3, 1 << 20))
+        ->group("For front ends");
+    app.footer("Ends on SIGTERM and SIGINT. Exit status: 0 when ended so, or when one is running "
+               "already; 1 when it could not start; 2 when the command line is wrong.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    corvid::StartReport report(backgroundFd);
+    return corvid::run(volume, report);
+}

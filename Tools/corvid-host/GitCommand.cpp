@@ -1,0 +1,41 @@
+#include "Tools/corvid-host/Commands.h"
+#include "Tools/corvid-host/EventLog.h"
+#include "Tools/corvid-host/GitHost.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <memory>
+
+namespace corvid {
+
+void addGitCommand(CLI::App& app) {
+    struct Arguments {
+        GitHost::Options options;
+        bool isJson = false;
+    };
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App* command = app.add_subcommand(
+        "git", "Serve a git work tree: badges say what git status says, and a menu acts on it.");
+    command->add_option("DIR", arguments->options.folder, "A folder in a git work tree")
+        ->required();
+    command->add_flag("--read-only", arguments->options.isReadOnly,
+                      "Offer nothing that changes the repository");
+    command->add_flag("--json", arguments->isJson, "Say what happens as one JSON object a line");
+    command->callback([arguments] {
+        EventLog log(stdout, arguments->isJson);
+        try {
+            GitHost host(arguments->options, log);
+            // From here on there is something to take down; a long scan may simply be killed.
+            blockStopSignals();
+            host.open();
+            waitForStop();
+        } catch (const std::exception& error) {
+            log.problem(error.what());
+            throw CLI::RuntimeError(1);
+        }
+    });
+}
+
+} // namespace corvid

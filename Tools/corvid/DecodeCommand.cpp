@@ -1,0 +1,129 @@
+#include "Commands.h"
+
+#include "Core/Archive/KeyedArchive.h"
+#include "Core/Archive/PropertyList.h"
+#include "Support/ArchiveNotation.h"
+#include "Support/ArchiveTree.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvid {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> files;
+    bool json = false;
+};
+
+// Why a file could not be shown: a word for a script, a sentence for a person.
+struct Failure {
+    std::string name;
+    std::string sentence;
+    Notation at;
+};
+
+std::optional<Bytes> contents(const std::string& file, Failure& failure) {
+    std::ifstream opened;
+    if (file != "-") {
+        opened.open(file, std::ios::binary);
+    }
+    std::istream& in = file == "-" ? std::cin : opened;
+    Bytes bytes;
+    errno = 0;
+    if (in) {
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    if (!in || in.bad() || errno != 0) {
+        failure = {"unreadable", std::string("cannot be read: ") + std::strerror(errno), nullptr};
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+std::optional<Value> decoded(const Bytes& bytes, Failure& failure) {
+    ArchiveError error;
+    auto value = unarchivedObject(bytes, &error);
+    if (!value && error.code == ArchiveError::Code::notAnArchive) {
+        value = propertyListValue(bytes, &error);
+    }
+    if (!value) {
+        const bool isByte = error.where == ArchiveError::Where::byte;
+        failure = {std::string(name(error.code)), error.message(),
+                   Notation{{isByte ? "byte" : "object", error.at}}};
+        if (!error.key.empty()) {
+            failure.at["key"] = error.key;
+        }
+    }
+    return value;
+}
+
+std::optional<Notation> notation(const Value& value, Failure& failure) {
+    std::string error;
+    auto result = notationOf(value, error);
+    if (!result) {
+        failure = {"tooMuchSharing", error, nullptr};
+    }
+    return result;
+}
+
+bool show(const std::string& file, const Options& options) {
+    Failure failure;
+    const auto bytes = contents(file, failure);
+    const auto value = bytes ? decoded(*bytes, failure) : std::nullopt;
+    if (!options.json) {
+        if (!value) {
+            std::cerr << "corvid decode: " << file << ": " << failure.sentence << '\n';
+            return false;
+        }
+        if (options.files.size() > 1) {
+            std::cout << file << ":\n";
+        }
+        std::cout << archiveTree(*value);
+        return true;
+    }
+    const auto root = value ? notation(*value, failure) : std::nullopt;
+    Notation line{{"file", file}};
+    if (root) {
+        line["root"] = *root;
+    } else {
+        line["error"] = failure.name;
+        line["at"] = failure.at;
+    }
+    // A file's name may be no UTF-8.
+    std::cout << line.dump(-1, ' ', false, Notation::error_handler_t::replace) << '\n';
+    return root.has_value();
+}
+
+} // namespace
+
+void addDecodeCommand(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("decode", "Show what archives and property lists hold.");
+    command->add_option("FILE", options->files, "Files to read; - for standard input")->required();
+    command->add_flag("--json", options->json, "One JSON object a line for each file");
+    command->footer("With --json: {\"file\", \"root\"}, or {\"file\", \"error\", \"at\"} with the "
+                    "byte or the object where it went wrong.\n"
+                    "Exit status: 0 when every file was read, 1 when any failed.");
+    command->callback([options] {
+        bool isGood = true;
+        for (const std::string& file : options->files) {
+            isGood = show(file, *options) && isGood;
+        }
+        if (!isGood) {
+            throw CLI::RuntimeError(1);
+        }
+    });
+}
+
+} // namespace corvid

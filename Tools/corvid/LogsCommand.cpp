@@ -1,0 +1,298 @@
+#include "Commands.h"
+
+#include "App/Reporting/LogRedactor.h"
+#include "Core/Base/PrintableText.h"
+#include "Platform/Unix/UnixFileManager.h"
+#include "Support/LogFiles.h"
+#include "Support/LogFollower.h"
+#include "Support/RedactionKey.h"
+#include "Support/TarGzWriter.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <sys/utsname.h>
+#include <unistd.h>
+#include <vector>
+
+namespace corvid {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+struct Options {
+    bool json = false;
+    bool redact = false;
+    bool noRedact = false;
+    bool noFollow = false;
+    bool yes = false;
+    std::size_t lines = 10;
+    std::optional<std::uint64_t> keep;
+    std::optional<std::uint64_t> olderThanDays;
+    std::string file;
+};
+
+std::string requiredLogsFolder() {
+    auto folder = logsFolder();
+    if (!folder.has_value()) {
+        throw std::runtime_error("there is no home folder to look for logs in; set HOME");
+    }
+    return *folder;
+}
+
+std::string formatted(std::chrono::system_clock::time_point moment, const char* format, bool utc) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(moment);
+    std::tm fields{};
+    utc ? gmtime_r(&seconds, &fields) : localtime_r(&seconds, &fields);
+    std::array<char, 64> text{};
+    std::strftime(text.data(), text.size(), format, &fields);
+    return text.data();
+}
+
+std::string counted(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " log file" : " log files");
+}
+
+void print(const ordered_json& object) {
+    std::puts(object.dump(-1, ' ', false, ordered_json::error_handler_t::replace).c_str());
+}
+
+ordered_json description(const LogFileInfo& file) {
+    return {
+        {"name", file.name},   {"path", file.path},
+        {"pid", file.process}, {"running", file.isRunning},
+        {"bytes", file.size},  {"created", formatted(file.created, "%Y-%m-%dT%H:%M:%SZ", true)}};
+}
+
+void printTable(const std::vector<LogFileInfo>& files) {
+    std::printf("%-19s  %10s  %7s  %-7s  %s\n", "BEGUN", "BYTES", "PROCESS", "RUNNING", "FILE");
+    for (const LogFileInfo& file : files) {
+        std::printf("%-19s  %10llu  %7d  %-7s  %s\n",
+                    formatted(file.created, "%Y-%m-%d %H:%M:%S", false).c_str(),
+                    static_cast<unsigned long long>(file.size), file.process,
+                    file.isRunning ? "yes" : "no", printableText(file.name).c_str());
+    }
+}
+
+void list(const Options& options) {
+    const std::string folder = requiredLogsFolder();
+    const std::vector<LogFileInfo> files = logFilesIn(folder);
+    if (options.json) {
+        for (const LogFileInfo& file : files) {
+            print(description(file));
+        }
+        return;
+    }
+    if (files.empty()) {
+        std::printf("No logs in %s.\nThe extension writes them when it is started with "
+                    "CVD_ENABLE_FINDER_EXT_LOGGING=1.\n",
+                    printableText(folder).c_str());
+        return;
+    }
+    std::printf("%s\n", printableText(folder).c_str());
+    printTable(files);
+}
+
+void tail(const Options& options) {
+    const std::string folder = requiredLogsFolder();
+    if (const auto failure = UnixFileManager().createDirectoryAtPath(folder)) {
+        throw std::runtime_error("cannot make the logs folder " + *failure);
+    }
+    std::optional<LogRedactor> redactor;
+    if (options.redact) {
+        redactor.emplace(redactionKey());
+    }
+    LogFollower follower(folder, [&redactor](std::string_view line) {
+        const std::string shown =
+            redactor.has_value() ? redactor->redacted(line) : std::string(line);
+        std::fwrite(shown.data(), 1, shown.size(), stdout);
+    });
+    follower.readLast(options.lines);
+    if (options.noFollow) {
+        return;
+    }
+    follower.follow([] { std::fflush(stdout); });
+    throw std::runtime_error("the logs folder " + folder + " is gone");
+}
+
+void prune(const Options& options) {
+    if (!options.keep.has_value() && !options.olderThanDays.has_value()) {
+        throw CLI::ValidationError("logs prune", "say what may go: --keep N, --older-than DAYS, "
+                                                 "or both");
+    }
+    std::optional<std::chrono::system_clock::time_point> oldest;
+    if (options.olderThanDays.has_value()) {
+        oldest = std::chrono::system_clock::now() -
+                 std::chrono::hours(24) * static_cast<std::int64_t>(*options.olderThanDays);
+    }
+    const std::vector<LogFileInfo> files = logFilesIn(requiredLogsFolder());
+    const std::vector<LogFileInfo> pruned = filesToPrune(files, options.keep, oldest);
+    if (!options.json) {
+        if (pruned.empty()) {
+            std::printf("Nothing to remove of %s.\n", counted(files.size()).c_str());
+            return;
+        }
+        std::printf("%s %zu of %s:\n", options.yes ? "Removing" : "To be removed:", pruned.size(),
+                    counted(files.size()).c_str());
+        printTable(pruned);
+        std::fflush(stdout);
+    }
+    UnixFileManager manager;
+    bool hasFailed = false;
+    for (const LogFileInfo& file : pruned) {
+        const std::error_code error =
+            options.yes ? manager.removeItemAtPath(file.path) : std::error_code();
+        if (options.json) {
+            ordered_json line = description(file);
+            line["removed"] = options.yes && !error;
+            print(line);
+        }
+        if (error) {
+            std::fprintf(stderr, "corvid: cannot remove %s: %s\n", printableText(file.path).c_str(),
+                         error.message().c_str());
+            hasFailed = true;
+        }
+    }
+    if (hasFailed) {
+        throw CLI::RuntimeError(1);
+    }
+    if (!options.yes && !options.json) {
+        std::printf("Nothing is removed yet; run it again with --yes.\n");
+    }
+}
+
+/// What support wants to know besides the logs.
+std::string about(const std::vector<LogFileInfo>& files, bool isRedacted) {
+    utsname system{};
+    uname(&system);
+    std::string text = "Corvid " CORVID_VERSION "\n";
+    text += std::string(system.sysname) + " " + system.release + " " + system.machine + "\n";
+    text += isRedacted ? "The names of files are replaced by hashes.\n"
+                       : "The names of files are as they are.\n";
+    for (const LogFileInfo& file : files) {
+        text += file.name + " " + std::to_string(file.size) + " bytes, begun " +
+                formatted(file.created, "%Y-%m-%dT%H:%M:%SZ", true) +
+                (file.isRunning ? ", running" : "") + "\n";
+    }
+    return text;
+}
+
+std::string contentsOf(const LogFileInfo& file, const LogRedactor* redactor) {
+    std::ifstream in(file.path, std::ios::binary);
+    if (redactor == nullptr) {
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    std::string contents;
+    for (std::string line; std::getline(in, line);) {
+        contents += redactor->redacted(line) + '\n';
+    }
+    return contents;
+}
+
+void bundle(const Options& options) {
+    const auto now = std::chrono::system_clock::now();
+    const std::string folder = requiredLogsFolder();
+    const std::vector<LogFileInfo> files = logFilesIn(folder);
+    if (files.empty()) {
+        throw std::runtime_error("there are no logs in " + folder);
+    }
+    std::optional<LogRedactor> redactor;
+    if (!options.noRedact) {
+        redactor.emplace(redactionKey());
+    }
+    const std::string path = options.file.empty()
+                                 ? formatted(now, "corvid-logs-%Y-%m-%d-%H%M%S.tar.gz", false)
+                                 : options.file;
+    TarGzWriter archive(path);
+    archive.add("about.txt", about(files, redactor.has_value()), now);
+    for (const LogFileInfo& file : files) {
+        archive.add(file.name, contentsOf(file, redactor.has_value() ? &*redactor : nullptr),
+                    file.created);
+    }
+    archive.finish();
+
+    const std::string whole = std::filesystem::absolute(path).lexically_normal().string();
+    if (options.json) {
+        print({{"path", whole},
+               {"files", files.size()},
+               {"bytes", std::filesystem::file_size(whole)},
+               {"redacted", redactor.has_value()}});
+        return;
+    }
+    std::printf("%s\n%s, the names of files %s. Look into it before you send it.\n",
+                printableText(whole).c_str(), counted(files.size()).c_str(),
+                redactor.has_value() ? "replaced by hashes" : "as they are");
+}
+
+/// Turns what goes wrong into a message and the exit status.
+std::function<void()> guarded(std::function<void()> body) {
+    return [body = std::move(body)] {
+        try {
+            body();
+        } catch (const CLI::Error&) {
+            throw;
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "corvid: %s\n", printableText(error.what()).c_str());
+            throw CLI::RuntimeError(1);
+        }
+    };
+}
+
+} // namespace
+
+void addLogsCommand(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const logs =
+        app.add_subcommand("logs", "List the extension's log files; see also its sub-commands.");
+    logs->require_subcommand(0, 1);
+    logs->add_flag("--json", options->json, "One JSON object a file, one a line");
+    logs->callback(guarded([logs, options] {
+        if (logs->get_subcommands().empty()) {
+            list(*options);
+        }
+    }));
+
+    CLI::App* const tailCommand =
+        logs->add_subcommand("tail", "Show the last lines and those that are written from now on.");
+    tailCommand->add_option("-n,--lines", options->lines, "How many last lines (10)")
+        ->check(CLI::NonNegativeNumber);
+    tailCommand->add_flag("--no-follow", options->noFollow, "The last lines only");
+    tailCommand->add_flag("--redact", options->redact, "Replace the names of files by hashes");
+    tailCommand->callback(guarded([options] { tail(*options); }));
+
+    CLI::App* const pruneCommand = logs->add_subcommand(
+        "prune", "Remove old log files of processes that have ended; without --yes, say which.");
+    pruneCommand->add_option("--keep", options->keep, "At most that many files stay")
+        ->check(CLI::NonNegativeNumber);
+    pruneCommand
+        ->add_option("--older-than", options->olderThanDays,
+                     "No file stays that was begun longer ago, in days")
+        ->check(CLI::NonNegativeNumber);
+    pruneCommand->add_flag("--yes", options->yes, "Do it");
+    pruneCommand->add_flag("--json", options->json, "One JSON object a file, one a line");
+    pruneCommand->callback(guarded([options] { prune(*options); }));
+
+    CLI::App* const bundleCommand = logs->add_subcommand(
+        "bundle", "Pack all logs into an archive to send to support, without the names of files.");
+    bundleCommand->add_option("file", options->file,
+                              "The archive; corvid-logs-DATE.tar.gz in this folder if not given");
+    bundleCommand->add_flag("--no-redact", options->noRedact, "Leave the names of files in");
+    bundleCommand->add_flag("--json", options->json, "One JSON object that says what was made");
+    bundleCommand->callback(guarded([options] { bundle(*options); }));
+}
+
+} // namespace corvid

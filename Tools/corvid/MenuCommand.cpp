@@ -1,0 +1,46 @@
+#include "Commands.h"
+#include "MenuOnItems.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace corvid {
+
+namespace {
+
+struct MenuOptions {
+    LinkOptions link;
+    std::vector<std::string> paths;
+    bool isBackground = false;
+};
+
+void showMenu(const MenuOptions& options) {
+    const auto session = openSession(options.link);
+    const MenuOnItems menu(*session, options.paths, options.isBackground, options.link);
+    if (options.link.isJSON) {
+        printJSON(menu.json(), 2);
+        return;
+    }
+    if (menu.reply().entries.empty()) {
+        std::puts("The host offers nothing here.");
+        return;
+    }
+    for (const std::string& line : menu.lines()) {
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+} // namespace
+
+void addMenuCommand(CLI::App& app) {
+    auto options = std::make_shared<MenuOptions>();
+    CLI::App* command = app.add_subcommand("menu", "Show the menu that the host offers on items");
+    command->add_option("PATH", options->paths, "The selected items")->required();
+    command->add_flag("--background", options->isBackground,
+                      "The menu of the folder PATH's background instead");
+    addLinkOptions(*command, options->link);
+    command->footer("Exit status: 3 when no host application answers.");
+    command->callback([options] { showMenu(*options); });
+}
+
+} // namespace corvid

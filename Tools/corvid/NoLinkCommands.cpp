@@ -1,0 +1,7 @@
+#include "Commands.h"
+
+namespace corvid {
+
+void addLinkCommands(CLI::App& /*app*/) {}
+
+} // namespace corvid
