@@ -1,0 +1,18 @@
+# Lets CMake configure the macOS build on a machine that is none: Apple's names for everything, and
+# a compiler that is never run. Nothing can be built with it.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_PROCESSOR arm64)
+find_program(CORVID_STUB_COMPILER NAMES clang++-19 clang++ g++ c++ REQUIRED)
+foreach(language IN ITEMS CXX OBJCXX)
+  set(CMAKE_${language}_COMPILER "${CORVID_STUB_COMPILER}")
+  set(CMAKE_${language}_COMPILER_ID AppleClang)
+  set(CMAKE_${language}_COMPILER_ID_RUN TRUE)
+  set(CMAKE_${language}_COMPILER_VERSION 15.0)
+  set(CMAKE_${language}_COMPILER_FORCED TRUE)
+  set(CMAKE_${language}_STANDARD_COMPUTED_DEFAULT 17)
+  set(CMAKE_${language}_EXTENSIONS_COMPUTED_DEFAULT ON)
+endforeach()
+set(CMAKE_INSTALL_NAME_TOOL /usr/bin/true)
+set(CMAKE_OSX_SYSROOT /)
+set(THREADS_HAVE_PTHREAD_ARG TRUE)
+set(CMAKE_HAVE_LIBC_PTHREAD TRUE)

@@ -1,0 +1,35 @@
+#import <Foundation/Foundation.h>
+
+#include "Tests/Support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+
+// What every test program that links these doubles gets: message ports of its own, and for each
+// test an autorelease pool, as the event loop gives each event, drained behind the fixture.
+
+namespace {
+
+class TestProcess final : public testing::EmptyTestEventListener {
+    void OnTestProgramStart(const testing::UnitTest& /*program*/) override {
+        runtimeFolder_.emplace();
+        setenv("XDG_RUNTIME_DIR", runtimeFolder_->path().c_str(), 1);
+    }
+    void OnTestStart(const testing::TestInfo& /*test*/) override {
+        pool_ = [NSAutoreleasePool new];
+    }
+    void OnTestEnd(const testing::TestInfo& /*test*/) override { [pool_ drain]; }
+    void OnTestProgramEnd(const testing::UnitTest& /*program*/) override { runtimeFolder_.reset(); }
+
+    std::optional<corvid::TemporaryFolder> runtimeFolder_;
+    NSAutoreleasePool* pool_ = nil;
+};
+
+[[maybe_unused]] const bool installed = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new TestProcess);
+    return true;
+}();
+
+} // namespace
