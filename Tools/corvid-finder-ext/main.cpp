@@ -24,10 +24,9 @@
 #include "Platform/Unix/UnixSystemLog.h"
 #include "Platform/Unix/VolumeFile.h"
 #include "StartReport.h"
+#include "Tools/Support/CommandLine.h"
 #include "Tools/Support/VolumePath.h"
 #include "VolumeChoice.h"
-
-#include <CLI/CLI.hpp>
 
 #include <atomic>
 #include <cerrno>
@@ -35,6 +34,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -245,27 +245,31 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
 } // namespace corvid
 
 int main(int argc, char** argv) {
-    CLI::App app{"The extension's process: asks the host application for badges and menus and "
-                 "serves file managers and the corvid command. They start it by themselves."};
-    app.set_version_flag("--version", CORVID_VERSION);
+    using namespace corvid;
+    CommandLine commandLine("The extension's process: asks the host application for badges and "
+                            "menus and serves file managers and the corvid command. They start it "
+                            "by themselves.",
+                            CORVID_VERSION);
+    const Command program = commandLine.program();
     std::optional<std::string> volume;
     std::optional<int> backgroundFd;
-    app.add_option("--volume", volume,
-                   "The folder that is the volume. If left out: the one that CVD_VOLUME_PATH "
-                   "names, that of the host application, /Volumes/Corvid, ~/Corvid")
-        ->type_name("DIR");
-    app.add_option("--background", backgroundFd,
-                   "Go on in the background, and write to this descriptor how the start went")
-        ->type_name("FD")
-        ->check(CLI::Range(3, 1 << 20))
-        ->group("For front ends");
-    app.footer("Ends on SIGTERM and SIGINT. Exit status: 0 when ended so, or when one is running "
-               "already; 1 when it could not start; 2 when the command line is wrong.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    corvid::StartReport report(backgroundFd);
-    return corvid::run(volume, report);
+    program.addOption("--volume", volume,
+                      "The folder that is the volume. If left out: the one that CVD_VOLUME_PATH "
+                      "names, that of the host application, /Volumes/Corvid, ~/Corvid",
+                      {.typeName = "DIR"});
+    program.addOption("--background", backgroundFd,
+                      "Go on in the background, and write to this descriptor how the start went",
+                      {.typeName = "FD",
+                       .group = "For front ends",
+                       .range = ValueRange{3, std::numeric_limits<int>::max()}});
+    program.setFooter("Ends on SIGTERM and SIGINT. Exit status: 0 when ended so, or when one is "
+                      "running already; 1 when it could not start; 2 when the command line is "
+                      "wrong.");
+    program.onRun([&] {
+        StartReport report(backgroundFd);
+        if (const int status = run(volume, report); status != EXIT_SUCCESS) {
+            throw CommandFailure{status};
+        }
+    });
+    return commandLine.run(argc, argv);
 }

@@ -1,16 +1,14 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include "Tools/Support/CommandLine.h"
 
 namespace corvid {
 
-// Each adds one sub-command of `corvid-host` to `app`. A command that fails says why on standard
-// error and throws CLI::RuntimeError with its exit status.
+// Each adds one sub-command of `corvid-host` to `program`. A command that fails says why on
+// standard error and throws CommandFailure with its exit status.
 
-void addGitCommand(CLI::App& app);
-void addRulesCommand(CLI::App& app);
+void addGitCommand(const Command& program);
+void addRulesCommand(const Command& program);
 
 /// Returns when the process is told to stop, by SIGINT or SIGTERM.
 void waitForStop();

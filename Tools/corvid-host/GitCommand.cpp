@@ -2,28 +2,26 @@
 #include "Tools/corvid-host/EventLog.h"
 #include "Tools/corvid-host/GitHost.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <exception>
 #include <memory>
 
 namespace corvid {
 
-void addGitCommand(CLI::App& app) {
+void addGitCommand(const Command& program) {
     struct Arguments {
         GitHost::Options options;
         bool isJson = false;
     };
     auto arguments = std::make_shared<Arguments>();
-    CLI::App* command = app.add_subcommand(
-        "git", "Serve a git work tree: badges say what git status says, and a menu acts on it.");
-    command->add_option("DIR", arguments->options.folder, "A folder in a git work tree")
-        ->required();
-    command->add_flag("--read-only", arguments->options.isReadOnly,
-                      "Offer nothing that changes the repository");
-    command->add_flag("--json", arguments->isJson, "Say what happens as one JSON object a line");
-    command->callback([arguments] {
+    const Command command = program.addCommand(
+        "git", "Serve a git work tree: badges say what git status says, and a menu acts on it");
+    command.addOption("DIR", arguments->options.folder, "A folder in a git work tree",
+                      {.isRequired = true});
+    command.addFlag("--read-only", arguments->options.isReadOnly,
+                    "Offer nothing that changes the repository");
+    command.addFlag("--json", arguments->isJson, "Say what happens as one JSON object a line");
+    command.onRun([arguments] {
         EventLog log(stdout, arguments->isJson);
         try {
             GitHost host(arguments->options, log);
@@ -33,7 +31,7 @@ void addGitCommand(CLI::App& app) {
             waitForStop();
         } catch (const std::exception& error) {
             log.problem(error.what());
-            throw CLI::RuntimeError(1);
+            throw CommandFailure{};
         }
     });
 }

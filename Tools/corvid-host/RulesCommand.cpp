@@ -3,7 +3,6 @@
 #include "Tools/corvid-host/Rules/Rules.h"
 #include "Tools/corvid-host/Rules/RulesHost.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -55,7 +54,7 @@ Rules readRules(const std::string& path) {
 
 } // namespace
 
-void addRulesCommand(CLI::App& app) {
+void addRulesCommand(const Command& program) {
     struct Arguments {
         std::string rules;
         std::string folder = ".";
@@ -63,23 +62,25 @@ void addRulesCommand(CLI::App& app) {
         bool isJson = false;
     };
     auto arguments = std::make_shared<Arguments>();
-    CLI::App* command = app.add_subcommand(
-        "rules", "Answer by a file of rules: badges, menus, and faults on demand.");
-    command->add_option("FILE", arguments->rules, "The rules, one on each line")->required();
-    command->add_option("DIR", arguments->folder, "The folder to serve; the current one if absent");
-    command->add_option("--record", arguments->record,
-                        "Add a line of JSON to this file for every message that arrives");
-    command->add_flag("--json", arguments->isJson, "Say what happens as one JSON object a line");
-    command->footer("A line of the file is one of these; the first that matches an item counts:\n"
-                    "  badge PATTERN BADGE\n"
-                    "  menu PATTERN [\"SUBMENU\" >] \"TITLE\" ACTION [disabled]\n"
-                    "  menu PATTERN \"TITLE\" disabled\n"
-                    "  menu PATTERN -\n"
-                    "  on ACTION BADGE\n"
-                    "  fault badge|menu|any PATTERN delay TIME | hang | no-reply | garbage |\n"
-                    "        oversize | drip TIME | exit-after NUMBER\n"
-                    "In patterns, * is any part of a name and ** of a path; TIME is 500ms or 2s.");
-    command->callback([arguments] {
+    const Command command = program.addCommand(
+        "rules", "Answer by a file of rules: badges, menus, and faults on demand");
+    command.addOption("FILE", arguments->rules, "The rules, one on each line",
+                      {.isRequired = true});
+    command.addOption("DIR", arguments->folder, "The folder to serve; the current one if absent");
+    command.addOption("--record", arguments->record,
+                      "Add a line of JSON to this file for every message that arrives");
+    command.addFlag("--json", arguments->isJson, "Say what happens as one JSON object a line");
+    command.setFooter(
+        "A line of the file is one of these; the first that matches an item counts:\n"
+        "  badge PATTERN BADGE\n"
+        "  menu PATTERN [\"SUBMENU\" >] \"TITLE\" ACTION [disabled]\n"
+        "  menu PATTERN \"TITLE\" disabled\n"
+        "  menu PATTERN -\n"
+        "  on ACTION BADGE\n"
+        "  fault badge|menu|any PATTERN delay TIME | hang | no-reply | garbage |\n"
+        "        oversize | drip TIME | exit-after NUMBER\n"
+        "In patterns, * is any part of a name and ** of a path; TIME is 500ms or 2s.");
+    command.onRun([arguments] {
         EventLog log(stdout, arguments->isJson);
         try {
             RulesHost::Options options{arguments->folder, readRules(arguments->rules), nullptr};
@@ -91,7 +92,7 @@ void addRulesCommand(CLI::App& app) {
             waitForStop();
         } catch (const std::exception& error) {
             log.problem(error.what());
-            throw CLI::RuntimeError(1);
+            throw CommandFailure{};
         }
     });
 }

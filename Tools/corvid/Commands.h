@@ -1,26 +1,24 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include "Tools/Support/CommandLine.h"
 
 namespace corvid {
 
-// Each adds one sub-command of `corvid` to `app`. A command that fails says why on standard error
-// and throws CLI::RuntimeError with its exit status (1 unless its help says otherwise).
+// Each adds one sub-command of `corvid` to `program`. A command that fails says why with fail()
+// (exit status 1 unless its help says otherwise).
 
-void addDecodeCommand(CLI::App& app);
-void addEncodeCommand(CLI::App& app);
-void addLogsCommand(CLI::App& app);
-void addPortsCommand(CLI::App& app);
-void addPushCommand(CLI::App& app);
+void addDecodeCommand(const Command& program);
+void addEncodeCommand(const Command& program);
+void addLogsCommand(const Command& program);
+void addPortsCommand(const Command& program);
+void addPushCommand(const Command& program);
 /// ls, watch, menu, do and status, where the system has the Finder link; elsewhere none.
-void addLinkCommands(CLI::App& app);
-void addDoCommand(CLI::App& app);
-void addLsCommand(CLI::App& app);
-void addMenuCommand(CLI::App& app);
-void addStatusCommand(CLI::App& app);
-void addWatchCommand(CLI::App& app);
-void addExplainCommand(CLI::App& app);
+void addLinkCommands(const Command& program);
+void addDoCommand(const Command& program);
+void addLsCommand(const Command& program);
+void addMenuCommand(const Command& program);
+void addStatusCommand(const Command& program);
+void addWatchCommand(const Command& program);
+void addExplainCommand(const Command& program);
 
 } // namespace corvid

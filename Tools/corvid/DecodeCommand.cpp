@@ -5,8 +5,6 @@
 #include "Support/ArchiveNotation.h"
 #include "Support/ArchiveTree.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -107,21 +105,24 @@ bool show(const std::string& file, const Options& options) {
 
 } // namespace
 
-void addDecodeCommand(CLI::App& app) {
+void addDecodeCommand(const Command& program) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("decode", "Show what archives and property lists hold.");
-    command->add_option("FILE", options->files, "Files to read; - for standard input")->required();
-    command->add_flag("--json", options->json, "One JSON object a line for each file");
-    command->footer("With --json: {\"file\", \"root\"}, or {\"file\", \"error\", \"at\"} with the "
-                    "byte or the object where it went wrong.\n"
-                    "Exit status: 0 when every file was read, 1 when any failed.");
-    command->callback([options] {
+    const Command command =
+        program.addCommand("decode", "Show what archives and property lists hold");
+    command.addOption("FILE", options->files, "Files to read; - for standard input",
+                      {.isRequired = true});
+    command.addFlag("--json", options->json, "One JSON object a line for each file");
+    command.setFooter(
+        "With --json: {\"file\", \"root\"}, or {\"file\", \"error\", \"at\"} with the "
+        "byte or the object where it went wrong.\n"
+        "Exit status: 0 when every file was read, 1 when any failed.");
+    command.onRun([options] {
         bool isGood = true;
         for (const std::string& file : options->files) {
             isGood = show(file, *options) && isGood;
         }
         if (!isGood) {
-            throw CLI::RuntimeError(1);
+            throw CommandFailure{};
         }
     });
 }

@@ -80,19 +80,17 @@ void click(const DoOptions& options) {
 
 } // namespace
 
-void addDoCommand(CLI::App& app) {
+void addDoCommand(const Command& program) {
     auto options = std::make_shared<DoOptions>();
-    CLI::App* command = app.add_subcommand("do", "Click an entry of the menu on items");
-    command->add_option("PATH", options->paths, "The selected items")->required();
-    command
-        ->add_option("--item", options->title,
-                     "The entry's title; in a submenu also \"Copy > Path\"")
-        ->required();
-    command->add_flag("--background", options->isBackground,
-                      "Click in the menu of the folder PATH's background instead");
-    addLinkOptions(*command, options->link);
-    command->footer("Exit status: 3 when no host application answers.");
-    command->callback([options] { click(*options); });
+    const Command command = program.addCommand("do", "Click an entry of the menu on items");
+    command.addOption("PATH", options->paths, "The selected items", {.isRequired = true});
+    command.addOption("--item", options->title,
+                      "The entry's title; in a submenu also \"Copy > Path\"", {.isRequired = true});
+    command.addFlag("--background", options->isBackground,
+                    "Click in the menu of the folder PATH's background instead");
+    addLinkOptions(command, options->link);
+    command.setFooter("Exit status: 3 when no host application answers.");
+    command.onRun([options] { click(*options); });
 }
 
 } // namespace corvid

@@ -3,8 +3,6 @@
 #include "Core/Archive/KeyedArchive.h"
 #include "Support/ArchiveNotation.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -16,11 +14,6 @@
 namespace corvid {
 
 namespace {
-
-[[noreturn]] void fail(const std::string& sentence) {
-    std::cerr << "corvid encode: " << sentence << '\n';
-    throw CLI::RuntimeError(1);
-}
 
 Bytes encoded(std::istream& in) {
     Notation notation;
@@ -49,14 +42,14 @@ void write(const Bytes& archive, std::ostream& out, const std::string& name) {
 
 } // namespace
 
-void addEncodeCommand(CLI::App& app) {
+void addEncodeCommand(const Command& program) {
     auto file = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand(
-        "encode", "Write an archive of what standard input says, as decode --json shows it.");
-    command->add_option("-o", *file, "Where to; standard output unless given")->type_name("FILE");
-    command->footer("Example: echo '{\"badgeID\": \"synced\", \"path\": {\"$url\": "
-                    "\"file:///Volumes/Corvid/a.txt\"}}' | corvid encode -o push.archive");
-    command->callback([file] {
+    const Command command = program.addCommand(
+        "encode", "Write an archive of what standard input says, as decode --json shows it");
+    command.addOption("-o", *file, "Where to; standard output unless given", {.typeName = "FILE"});
+    command.setFooter("Example: echo '{\"badgeID\": \"synced\", \"path\": {\"$url\": "
+                      "\"file:///Volumes/Corvid/a.txt\"}}' | corvid encode -o push.archive");
+    command.onRun([file] {
         if (file->empty() && isatty(STDOUT_FILENO) != 0) {
             fail("an archive is binary; name a file with -o, or send it to one");
         }

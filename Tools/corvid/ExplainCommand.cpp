@@ -6,7 +6,6 @@
 #include "Support/BadgeVerdict.h"
 #include "Support/StringMembers.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -138,27 +137,25 @@ bool explainLines(const Bundle& bundle) {
 
 } // namespace
 
-void addExplainCommand(CLI::App& app) {
+void addExplainCommand(const Command& program) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand(
-        "explain", "Says for each PATH whether the host is asked for its badge, or why it is not.");
-    command->add_option("PATH", options->paths, "Items; they need not exist")->required();
-    command->add_flag("--json", options->json,
-                      "One JSON object a PATH: what every rule and helper answers for the text as "
-                      "given, and the badge. With \"-\" as the only PATH, one JSON string a line "
-                      "is read from standard input instead");
-    command
-        ->add_option("--volume", options->volume,
-                     "The local folder that stands for /Volumes/Corvid")
-        ->envname("CVD_VOLUME_PATH")
-        ->type_name("DIR");
-    command->callback([options] {
+    const Command command = program.addCommand(
+        "explain", "Say for each PATH whether the host is asked for its badge, or why it is not");
+    command.addOption("PATH", options->paths, "Items; they need not exist", {.isRequired = true});
+    command.addFlag("--json", options->json,
+                    "One JSON object a PATH: what every rule and helper answers for the text as "
+                    "given, and the badge. With \"-\" as the only PATH, one JSON string a line "
+                    "is read from standard input instead");
+    command.addOption("--volume", options->volume,
+                      "The local folder that stands for /Volumes/Corvid",
+                      {.typeName = "DIR", .environmentVariable = "CVD_VOLUME_PATH"});
+    command.onRun([options] {
         const UnixBundle bundle(std::nullopt);
         const bool readsLines = options->json && options->paths == std::vector<std::string>{"-"};
         const bool isDone = readsLines ? explainLines(bundle) : explainPaths(*options, bundle);
         std::cout.flush();
         if (!isDone || !std::cout) {
-            throw CLI::RuntimeError(1);
+            throw CommandFailure{};
         }
     });
 }

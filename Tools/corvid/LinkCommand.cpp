@@ -19,20 +19,13 @@ std::chrono::milliseconds LinkOptions::timeout() const {
     return std::chrono::milliseconds(std::llround(timeoutInSeconds * 1000));
 }
 
-void addLinkOptions(CLI::App& command, LinkOptions& options) {
-    command.add_flag("--no-start", options.mayNotStart,
-                     "Fail when the extension is not running, instead of starting it");
-    command.add_flag("--json", options.isJSON, "Print JSON");
-    command
-        .add_option("--timeout", options.timeoutInSeconds, "How many seconds to wait for an answer")
-        ->check(CLI::Range(0.0, 3600.0))
-        ->capture_default_str();
-}
-
-void fail(const std::string& text, int status) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "corvid: %s\n", text.c_str());
-    throw CLI::RuntimeError(status);
+void addLinkOptions(const Command& command, LinkOptions& options) {
+    command.addFlag("--no-start", options.mayNotStart,
+                    "Fail when the extension is not running, instead of starting it");
+    command.addFlag("--json", options.isJSON, "Print JSON");
+    command.addOption("--timeout", options.timeoutInSeconds,
+                      "How many seconds to wait for an answer",
+                      {.range = ValueRange{0, 3600}, .showsDefault = true});
 }
 
 std::unique_ptr<LinkSession> openSession(const LinkOptions& options) {

@@ -1,8 +1,7 @@
 #pragma once
 
+#include "Tools/Support/CommandLine.h"
 #include "Tools/Support/LinkSession.h"
-
-#include <CLI/CLI.hpp>
 
 #include <chrono>
 #include <memory>
@@ -26,10 +25,7 @@ struct LinkOptions {
     std::chrono::milliseconds timeout() const;
 };
 /// Adds --no-start, --json and --timeout to `command`.
-void addLinkOptions(CLI::App& command, LinkOptions& options);
-
-/// Writes "corvid: " and `text` to standard error and ends the command with `status`.
-[[noreturn]] void fail(const std::string& text, int status = 1);
+void addLinkOptions(const Command& command, LinkOptions& options);
 
 /// A connected session. Fails as fail() does.
 std::unique_ptr<LinkSession> openSession(const LinkOptions& options);

@@ -2,12 +2,12 @@
 
 namespace corvid {
 
-void addLinkCommands(CLI::App& app) {
-    addLsCommand(app);
-    addWatchCommand(app);
-    addMenuCommand(app);
-    addDoCommand(app);
-    addStatusCommand(app);
+void addLinkCommands(const Command& program) {
+    addLsCommand(program);
+    addWatchCommand(program);
+    addMenuCommand(program);
+    addDoCommand(program);
+    addStatusCommand(program);
 }
 
 } // namespace corvid

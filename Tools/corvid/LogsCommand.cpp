@@ -8,7 +8,6 @@
 #include "Support/RedactionKey.h"
 #include "Support/TarGzWriter.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <array>
@@ -131,8 +130,7 @@ void tail(const Options& options) {
 
 void prune(const Options& options) {
     if (!options.keep.has_value() && !options.olderThanDays.has_value()) {
-        throw CLI::ValidationError("logs prune", "say what may go: --keep N, --older-than DAYS, "
-                                                 "or both");
+        throw UsageError("logs prune: say what may go: --keep N, --older-than DAYS, or both");
     }
     std::optional<std::chrono::system_clock::time_point> oldest;
     if (options.olderThanDays.has_value()) {
@@ -168,7 +166,7 @@ void prune(const Options& options) {
         }
     }
     if (hasFailed) {
-        throw CLI::RuntimeError(1);
+        throw CommandFailure{};
     }
     if (!options.yes && !options.json) {
         std::printf("Nothing is removed yet; run it again with --yes.\n");
@@ -243,56 +241,48 @@ std::function<void()> guarded(std::function<void()> body) {
     return [body = std::move(body)] {
         try {
             body();
-        } catch (const CLI::Error&) {
+        } catch (const UsageError&) {
             throw;
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "corvid: %s\n", printableText(error.what()).c_str());
-            throw CLI::RuntimeError(1);
+            fail(printableText(error.what()));
         }
     };
 }
 
 } // namespace
 
-void addLogsCommand(CLI::App& app) {
+void addLogsCommand(const Command& program) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const logs =
-        app.add_subcommand("logs", "List the extension's log files; see also its sub-commands.");
-    logs->require_subcommand(0, 1);
-    logs->add_flag("--json", options->json, "One JSON object a file, one a line");
-    logs->callback(guarded([logs, options] {
-        if (logs->get_subcommands().empty()) {
-            list(*options);
-        }
-    }));
+    const Command logs =
+        program.addCommand("logs", "List the extension's log files; see also its sub-commands");
+    logs.addFlag("--json", options->json, "One JSON object a file, one a line");
+    logs.onRun(guarded([options] { list(*options); }));
 
-    CLI::App* const tailCommand =
-        logs->add_subcommand("tail", "Show the last lines and those that are written from now on.");
-    tailCommand->add_option("-n,--lines", options->lines, "How many last lines (10)")
-        ->check(CLI::NonNegativeNumber);
-    tailCommand->add_flag("--no-follow", options->noFollow, "The last lines only");
-    tailCommand->add_flag("--redact", options->redact, "Replace the names of files by hashes");
-    tailCommand->callback(guarded([options] { tail(*options); }));
+    const Command tailCommand =
+        logs.addCommand("tail", "Show the last lines and those that are written from now on");
+    tailCommand.addOption("-n,--lines", options->lines, "How many last lines",
+                          {.showsDefault = true});
+    tailCommand.addFlag("--no-follow", options->noFollow, "The last lines only");
+    tailCommand.addFlag("--redact", options->redact, "Replace the names of files by hashes");
+    tailCommand.onRun(guarded([options] { tail(*options); }));
 
-    CLI::App* const pruneCommand = logs->add_subcommand(
-        "prune", "Remove old log files of processes that have ended; without --yes, say which.");
-    pruneCommand->add_option("--keep", options->keep, "At most that many files stay")
-        ->check(CLI::NonNegativeNumber);
-    pruneCommand
-        ->add_option("--older-than", options->olderThanDays,
-                     "No file stays that was begun longer ago, in days")
-        ->check(CLI::NonNegativeNumber);
-    pruneCommand->add_flag("--yes", options->yes, "Do it");
-    pruneCommand->add_flag("--json", options->json, "One JSON object a file, one a line");
-    pruneCommand->callback(guarded([options] { prune(*options); }));
+    const Command pruneCommand = logs.addCommand(
+        "prune", "Remove old log files of processes that have ended; without --yes, say which");
+    pruneCommand.addOption("--keep", options->keep, "At most that many files stay");
+    pruneCommand.addOption("--older-than", options->olderThanDays,
+                           "No file stays that was begun longer ago, in days");
+    pruneCommand.addFlag("--yes", options->yes, "Do it");
+    pruneCommand.addFlag("--json", options->json, "One JSON object a file, one a line");
+    pruneCommand.onRun(guarded([options] { prune(*options); }));
 
-    CLI::App* const bundleCommand = logs->add_subcommand(
-        "bundle", "Pack all logs into an archive to send to support, without the names of files.");
-    bundleCommand->add_option("file", options->file,
-                              "The archive; corvid-logs-DATE.tar.gz in this folder if not given");
-    bundleCommand->add_flag("--no-redact", options->noRedact, "Leave the names of files in");
-    bundleCommand->add_flag("--json", options->json, "One JSON object that says what was made");
-    bundleCommand->callback(guarded([options] { bundle(*options); }));
+    const Command bundleCommand = logs.addCommand(
+        "bundle", "Pack all logs into an archive to send to support, without the names of files");
+    bundleCommand.addOption("file", options->file,
+                            "The archive; corvid-logs-DATE.tar.gz in this folder if not given");
+    bundleCommand.addFlag("--no-redact", options->noRedact, "Leave the names of files in");
+    bundleCommand.addFlag("--json", options->json, "One JSON object that says what was made");
+    bundleCommand.onRun(guarded([options] { bundle(*options); }));
+    logs.makeCommandsOptional();
 }
 
 } // namespace corvid

@@ -78,14 +78,14 @@ void list(const LsOptions& options) {
 
 } // namespace
 
-void addLsCommand(CLI::App& app) {
+void addLsCommand(const Command& program) {
     auto options = std::make_shared<LsOptions>();
-    CLI::App* command = app.add_subcommand("ls", "List a folder of the volume with its badges");
-    command->add_option("PATH", options->path,
-                        "A folder or an item; the working folder, or else the volume, if left out");
-    command->add_flag("-a,--all", options->showsAll, "Show items whose name begins with a dot");
-    addLinkOptions(*command, options->link);
-    command->callback([options] { list(*options); });
+    const Command command = program.addCommand("ls", "List a folder of the volume with its badges");
+    command.addOption("PATH", options->path,
+                      "A folder or an item; the working folder, or else the volume, if left out");
+    command.addFlag("-a,--all", options->showsAll, "Show items whose name begins with a dot");
+    addLinkOptions(command, options->link);
+    command.onRun([options] { list(*options); });
 }
 
 } // namespace corvid

@@ -32,15 +32,16 @@ void showMenu(const MenuOptions& options) {
 
 } // namespace
 
-void addMenuCommand(CLI::App& app) {
+void addMenuCommand(const Command& program) {
     auto options = std::make_shared<MenuOptions>();
-    CLI::App* command = app.add_subcommand("menu", "Show the menu that the host offers on items");
-    command->add_option("PATH", options->paths, "The selected items")->required();
-    command->add_flag("--background", options->isBackground,
-                      "The menu of the folder PATH's background instead");
-    addLinkOptions(*command, options->link);
-    command->footer("Exit status: 3 when no host application answers.");
-    command->callback([options] { showMenu(*options); });
+    const Command command =
+        program.addCommand("menu", "Show the menu that the host offers on items");
+    command.addOption("PATH", options->paths, "The selected items", {.isRequired = true});
+    command.addFlag("--background", options->isBackground,
+                    "The menu of the folder PATH's background instead");
+    addLinkOptions(command, options->link);
+    command.setFooter("Exit status: 3 when no host application answers.");
+    command.onRun([options] { showMenu(*options); });
 }
 
 } // namespace corvid

@@ -2,6 +2,6 @@
 
 namespace corvid {
 
-void addLinkCommands(CLI::App& /*app*/) {}
+void addLinkCommands(const Command& /*program*/) {}
 
 } // namespace corvid

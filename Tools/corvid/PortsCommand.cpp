@@ -3,7 +3,6 @@
 #include "Core/Base/PrintableText.h"
 #include "Platform/Unix/UnixMessagePortService.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -109,12 +108,12 @@ void printTable(const std::vector<Line>& lines) {
 
 } // namespace
 
-void addPortsCommand(CLI::App& app) {
-    CLI::App* const command = app.add_subcommand(
-        "ports", "List the message ports that live processes of this user serve.");
+void addPortsCommand(const Command& program) {
+    const Command command = program.addCommand(
+        "ports", "List the message ports that live processes of this user serve");
     const auto json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "One JSON object a port, one a line");
-    command->callback([json] {
+    command.addFlag("--json", *json, "One JSON object a port, one a line");
+    command.onRun([json] {
         const auto lines = look();
         if (*json) {
             printJson(lines);

@@ -9,7 +9,6 @@
 #include "Platform/Unix/UnixMessagePortService.h"
 #include "Platform/Unix/VolumeFile.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
@@ -30,11 +29,6 @@ struct Options {
     std::string badge;
     bool json = false;
 };
-
-[[noreturn]] void fail(const std::string& sentence) {
-    std::fprintf(stderr, "%s\n", sentence.c_str());
-    throw CLI::RuntimeError(1);
-}
 
 std::string badgeNames() {
     std::string names;
@@ -111,21 +105,21 @@ void push(const Options& options) {
         }
     }
     if (!allTook) {
-        throw CLI::RuntimeError(1);
+        throw CommandFailure{};
     }
 }
 
 } // namespace
 
-void addPushCommand(CLI::App& app) {
-    CLI::App* const command =
-        app.add_subcommand("push", "Push a badge for an item to every running extension.");
+void addPushCommand(const Command& program) {
+    const Command command =
+        program.addCommand("push", "Push a badge for an item to every running extension");
     const auto options = std::make_shared<Options>();
-    command->add_option("PATH", options->path, "The item, in the local folder of the volume")
-        ->required();
-    command->add_option("BADGE", options->badge, "One of " + badgeNames())->required();
-    command->add_flag("--json", options->json, "One JSON object an extension, one a line");
-    command->callback([options] { push(*options); });
+    command.addOption("PATH", options->path, "The item, in the local folder of the volume",
+                      {.isRequired = true});
+    command.addOption("BADGE", options->badge, "One of " + badgeNames(), {.isRequired = true});
+    command.addFlag("--json", options->json, "One JSON object an extension, one a line");
+    command.onRun([options] { push(*options); });
 }
 
 } // namespace corvid

@@ -116,19 +116,19 @@ void showStatus(const LinkOptions& options) {
         print(status, link, advice);
     }
     if (status.hostState != HostState::present) {
-        throw CLI::RuntimeError(kNoHostStatus);
+        throw CommandFailure{kNoHostStatus};
     }
 }
 
 } // namespace
 
-void addStatusCommand(CLI::App& app) {
+void addStatusCommand(const Command& program) {
     auto options = std::make_shared<LinkOptions>();
-    CLI::App* command =
-        app.add_subcommand("status", "Say how the extension, the host and the volume are");
-    addLinkOptions(*command, *options);
-    command->footer("Exit status: 3 when no host application answers.");
-    command->callback([options] { showStatus(*options); });
+    const Command command =
+        program.addCommand("status", "Say how the extension, the host and the volume are");
+    addLinkOptions(command, *options);
+    command.setFooter("Exit status: 3 when no host application answers.");
+    command.onRun([options] { showStatus(*options); });
 }
 
 } // namespace corvid

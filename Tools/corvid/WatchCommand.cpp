@@ -196,15 +196,15 @@ private:
 
 } // namespace
 
-void addWatchCommand(CLI::App& app) {
+void addWatchCommand(const Command& program) {
     auto options = std::make_shared<WatchOptions>();
-    CLI::App* command =
-        app.add_subcommand("watch", "Show a folder with its badges as they change, until ended");
-    command->add_option("PATH", options->path,
-                        "A folder or an item; the working folder, or else the volume, if left out");
-    command->add_flag("-a,--all", options->showsAll, "Show items whose name begins with a dot");
-    addLinkOptions(*command, options->link);
-    command->callback([options] {
+    const Command command =
+        program.addCommand("watch", "Show a folder with its badges as they change, until ended");
+    command.addOption("PATH", options->path,
+                      "A folder or an item; the working folder, or else the volume, if left out");
+    command.addFlag("-a,--all", options->showsAll, "Show items whose name begins with a dot");
+    addLinkOptions(command, options->link);
+    command.onRun([options] {
         const auto session = openSession(options->link);
         try {
             Watch(*options, *session).run();
