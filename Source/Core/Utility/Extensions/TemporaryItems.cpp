@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <utility>
+#include <tuple>
 
 namespace corvid {
 
@@ -53,9 +53,14 @@ struct Item {
     std::string_view parent;
     std::string_view name;
     std::string_view ext;
+    // Few folders have a dot in their path, and without one two rules need not look at them.
+    bool parentHasDot = parent.find('.') != std::string_view::npos;
 };
 
 bool liesInStagingFolder(const Item& item) {
+    if (!item.parentHasDot) {
+        return false;
+    }
     const Item parent(item.parent);
     return beginsWith(parent.ext, "sb-") && parent.parts() >= 3;
 }
@@ -67,87 +72,91 @@ bool isDrawingScratch(const Item& item) {
     return item.ext.empty() && (beginsWith(item.name, "atemp") || beginsWith(item.name, "atmp"));
 }
 
+template <class Test>
 struct Rule {
     std::string_view reason;
-    bool (*matches)(const Item& item);
+    Test matches; // bool(const Item&)
 };
+template <class Test>
+Rule(const char*, Test) -> Rule<Test>;
 
 // The first one that matches decides. Within a rule the test that most names fail comes first.
 // Some overlap with the last one, which takes every "tmp".
-constexpr Rule kRules[] = {
-    {"the path begins with a hidden item at the root",
-     [](const Item& i) { return beginsWith(i.path, "/."); }},
-    {"the path begins with a dot", [](const Item& i) { return beginsWith(i.path, "."); }},
-    {"the name begins with a dot", [](const Item& i) { return beginsWith(i.name, "."); }},
-    {"a folder above it begins with a dot",
-     [](const Item& i) { return hasHiddenComponent(i.parent); }},
-    {"office owner file: the name begins with \"~$\" and has an office extension",
-     [](const Item& i) {
-         return beginsWith(i.name, "~$") && isOneOf(i.ext, kOfficeOwnerExtensions);
-     }},
-    {"lock file: the name begins with \"~\" and its extension is \"idlk\"",
-     [](const Item& i) { return beginsWith(i.name, "~") && textEquals(i.ext, "idlk"); }},
-    {"backup: the extension ends with \"~\"", [](const Item& i) { return endsWith(i.ext, "~"); }},
-    {"editor's save in progress: the extension ends with a number of ten characters",
-     [](const Item& i) { return isAdobeEditedFile(i.ext) && i.parts() >= 2; }},
-    {"save in progress: the name begins with \"(A Document Being Saved By\"",
-     [](const Item& i) { return beginsWith(i.name, kBeingSavedBy); }},
-    {"sketch autosave: the name ends with \"~.sketch\"",
-     [](const Item& i) { return endsWith(i.name, "~.sketch"); }},
-    {"illustrator scratch file: the name begins with \"~ai\" and its extension is \"tmp\"",
-     [](const Item& i) { return beginsWith(i.name, "~ai") && textEquals(i.ext, "tmp"); }},
-    {"photoshop scratch file: the name begins with \"Adobe Photoshop \" and has no dot",
-     [](const Item& i) { return beginsWith(i.name, "Adobe Photoshop ") && i.parts() < 2; }},
-    {"after-effects scratch file: the name begins with \"AEtemp-\"",
-     [](const Item& i) { return beginsWith(i.name, "AEtemp-"); }},
-    {"after-effects scratch file: the name has two dots or more and ends with \"aep\"",
-     [](const Item& i) { return endsWith(i.name, "aep") && i.parts() > 2; }},
+constexpr std::tuple kRules{
+    Rule{"the path begins with a hidden item at the root",
+         [](const Item& i) { return beginsWith(i.path, "/."); }},
+    Rule{"the path begins with a dot", [](const Item& i) { return beginsWith(i.path, "."); }},
+    Rule{"the name begins with a dot", [](const Item& i) { return beginsWith(i.name, "."); }},
+    Rule{"a folder above it begins with a dot",
+         [](const Item& i) { return i.parentHasDot && hasHiddenComponent(i.parent); }},
+    Rule{"office owner file: the name begins with \"~$\" and has an office extension",
+         [](const Item& i) {
+             return beginsWith(i.name, "~$") && isOneOf(i.ext, kOfficeOwnerExtensions);
+         }},
+    Rule{"lock file: the name begins with \"~\" and its extension is \"idlk\"",
+         [](const Item& i) { return beginsWith(i.name, "~") && textEquals(i.ext, "idlk"); }},
+    Rule{"backup: the extension ends with \"~\"",
+         [](const Item& i) { return endsWith(i.ext, "~"); }},
+    Rule{"editor's save in progress: the extension ends with a number of ten characters",
+         [](const Item& i) { return isAdobeEditedFile(i.ext) && i.parts() >= 2; }},
+    Rule{"save in progress: the name begins with \"(A Document Being Saved By\"",
+         [](const Item& i) { return beginsWith(i.name, kBeingSavedBy); }},
+    Rule{"sketch autosave: the name ends with \"~.sketch\"",
+         [](const Item& i) { return endsWith(i.name, "~.sketch"); }},
+    Rule{"illustrator scratch file: the name begins with \"~ai\" and its extension is \"tmp\"",
+         [](const Item& i) { return beginsWith(i.name, "~ai") && textEquals(i.ext, "tmp"); }},
+    Rule{"photoshop scratch file: the name begins with \"Adobe Photoshop \" and has no dot",
+         [](const Item& i) { return beginsWith(i.name, "Adobe Photoshop ") && i.parts() < 2; }},
+    Rule{"after-effects scratch file: the name begins with \"AEtemp-\"",
+         [](const Item& i) { return beginsWith(i.name, "AEtemp-"); }},
+    Rule{"after-effects scratch file: the name has two dots or more and ends with \"aep\"",
+         [](const Item& i) { return endsWith(i.name, "aep") && i.parts() > 2; }},
     // The length is that of the whole path, on purpose.
-    {"test file: the name begins with \"TestFile\", without an extension, in a path of 17 "
-     "characters or more",
-     [](const Item& i) {
-         return beginsWith(i.name, "TestFile") && i.ext.empty() &&
-                characterCount(firstCharacters(i.path, 17)) == 17;
-     }},
-    {"installer scratch file: the extension is \"tmp$$\"",
-     [](const Item& i) { return textEquals(i.ext, "tmp$$"); }},
-    {"word scratch file: the name begins with \"Word Work File\" and its extension is \"tmp\"",
-     [](const Item& i) {
-         return beginsWith(i.name, "Word Work File") && textEquals(i.ext, "tmp");
-     }},
-    {"word recovery file: the name begins with \"~WR\"",
-     [](const Item& i) { return beginsWith(i.name, "~WR"); }},
-    {"spreadsheet scratch file: the path ends with \"C920\", without an extension",
-     [](const Item& i) { return endsWith(i.path, "C920") && isEmpty(i.ext); }},
-    {"acrobat scratch file: the name begins with \"Acr\" and its extension is \"tmp\"",
-     [](const Item& i) { return beginsWith(i.name, "Acr") && textEquals(i.ext, "tmp"); }},
-    {"download: the extension is \"download\"",
-     [](const Item& i) { return textEquals(i.ext, "download"); }},
-    {"download: the extension is \"crdownload\"",
-     [](const Item& i) { return textEquals(i.ext, "crdownload"); }},
-    {"partial file: the name has two dots or more and its extension ends with \"part\"",
-     [](const Item& i) { return endsWith(i.ext, "part") && i.parts() > 2; }},
-    {"safe-save staging: the name has two dots or more and its extension begins with \"sb-\"",
-     [](const Item& i) { return beginsWith(i.ext, "sb-") && i.parts() > 2; }},
-    {"the folder it lies in is a safe-save staging folder", liesInStagingFolder},
-    {"swap file: the extension is \"swap\"",
-     [](const Item& i) { return textEquals(i.ext, "swap"); }},
-    {"drawing lock, backup or scratch file, by its extension or name", isDrawingScratch},
+    Rule{"test file: the name begins with \"TestFile\", without an extension, in a path of 17 "
+         "characters or more",
+         [](const Item& i) {
+             return beginsWith(i.name, "TestFile") && i.ext.empty() &&
+                    characterCount(firstCharacters(i.path, 17)) == 17;
+         }},
+    Rule{"installer scratch file: the extension is \"tmp$$\"",
+         [](const Item& i) { return textEquals(i.ext, "tmp$$"); }},
+    Rule{"word scratch file: the name begins with \"Word Work File\" and its extension is \"tmp\"",
+         [](const Item& i) {
+             return beginsWith(i.name, "Word Work File") && textEquals(i.ext, "tmp");
+         }},
+    Rule{"word recovery file: the name begins with \"~WR\"",
+         [](const Item& i) { return beginsWith(i.name, "~WR"); }},
+    Rule{"spreadsheet scratch file: the path ends with \"C920\", without an extension",
+         [](const Item& i) { return endsWith(i.path, "C920") && isEmpty(i.ext); }},
+    Rule{"acrobat scratch file: the name begins with \"Acr\" and its extension is \"tmp\"",
+         [](const Item& i) { return beginsWith(i.name, "Acr") && textEquals(i.ext, "tmp"); }},
+    Rule{"download: the extension is \"download\"",
+         [](const Item& i) { return textEquals(i.ext, "download"); }},
+    Rule{"download: the extension is \"crdownload\"",
+         [](const Item& i) { return textEquals(i.ext, "crdownload"); }},
+    Rule{"partial file: the name has two dots or more and its extension ends with \"part\"",
+         [](const Item& i) { return endsWith(i.ext, "part") && i.parts() > 2; }},
+    Rule{"safe-save staging: the name has two dots or more and its extension begins with \"sb-\"",
+         [](const Item& i) { return beginsWith(i.ext, "sb-") && i.parts() > 2; }},
+    Rule{"the folder it lies in is a safe-save staging folder", liesInStagingFolder},
+    Rule{"swap file: the extension is \"swap\"",
+         [](const Item& i) { return textEquals(i.ext, "swap"); }},
+    Rule{"drawing lock, backup or scratch file, by its extension or name", isDrawingScratch},
 };
 
-// Unrolled at compile time, so that each rule is inlined instead of called through its pointer.
-template <std::size_t... I>
-const Rule* firstMatch(const Item& item, std::index_sequence<I...>) {
-    const Rule* found = nullptr;
-    static_cast<void>(((kRules[I].matches(item) && (found = &kRules[I]) != nullptr) || ...));
-    return found;
-}
-
-const Rule* decidingRule(std::string_view path) {
+// The reason of the first rule that matches, null when none does.
+const std::string_view* decidingReason(std::string_view path) {
     if (path == "/") {
         return nullptr;
     }
-    return firstMatch(Item(path), std::make_index_sequence<std::size(kRules)>());
+    const Item item(path);
+    const std::string_view* reason = nullptr;
+    const auto decides = [&](const auto& rule) {
+        reason = rule.matches(item) ? &rule.reason : nullptr;
+        return reason != nullptr;
+    };
+    std::apply([&](const auto&... rules) { static_cast<void>((decides(rules) || ...)); }, kRules);
+    return reason;
 }
 
 // Unicode's general category Zs.
@@ -168,12 +177,12 @@ bool isBase10Integer(std::string_view text) {
 } // namespace
 
 bool isTemporaryItem(std::string_view path) {
-    return decidingRule(path) != nullptr;
+    return decidingReason(path) != nullptr;
 }
 
 std::optional<std::string_view> temporaryItemReason(std::string_view path) {
-    const Rule* rule = decidingRule(path);
-    return rule != nullptr ? std::optional(rule->reason) : std::nullopt;
+    const std::string_view* reason = decidingReason(path);
+    return reason != nullptr ? std::optional(*reason) : std::nullopt;
 }
 
 std::optional<std::vector<std::string_view>> allExtensions(std::string_view path) {
