@@ -12,7 +12,6 @@ namespace corvid {
 namespace {
 
 constexpr std::size_t kMaxNameBytes = 255;
-constexpr std::size_t kMaxDataBytes = std::size_t{64} << 20U;
 
 /// A request on its way to a local port.
 struct Request {
@@ -228,7 +227,7 @@ SendStatus FakeMessagePortService::sendRequest(MessagePort& remote, std::int32_t
     if (port == nullptr || !port->isValid) {
         return SendStatus::isInvalid;
     }
-    if (data.size() > kMaxDataBytes) {
+    if (data.size() > kMaxMessageBytes) {
         return SendStatus::transportError;
     }
     {
@@ -263,7 +262,7 @@ SendStatus FakeMessagePortService::sendRequest(MessagePort& remote, std::int32_t
     if (!replyMode || !answer) {
         return SendStatus::success;
     }
-    if (answer->size() > kMaxDataBytes) {
+    if (answer->size() > kMaxMessageBytes) {
         return SendStatus::transportError;
     }
     if (reply != nullptr) {

@@ -3,6 +3,7 @@
 #include "Core/Base/Bytes.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,6 +14,9 @@
 namespace corvid {
 
 class DispatchQueue;
+
+/// What a message or a reply may hold.
+inline constexpr std::size_t kMaxMessageBytes = std::size_t{64} << 20U;
 
 /// A named end of a conversation, made by a MessagePortService and used with that service only:
 /// a remote port (somebody else's name) or a local one (a name of this process).
@@ -52,7 +56,8 @@ public:
     /// Null, at once, when there is none.
     virtual MessagePortRef createRemote(std::string_view name) = 0;
 
-    /// Sends `data`, up to 64 MiB, to `remote`. A view of no memory at all carries no byte buffer.
+    /// Sends `data`, up to kMaxMessageBytes, to `remote`. A view of no memory at all carries no
+    /// byte buffer.
     ///
     /// With a `replyMode` it waits for the answer and puts it into `*reply` (when `reply` is not
     /// null); without one it returns once the receiver has taken the message, and `*reply` is left

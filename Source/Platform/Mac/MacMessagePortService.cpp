@@ -25,10 +25,16 @@ using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
 
 constexpr std::size_t kMaximumNameLength = 255;
 
+/// Null when `text` is not UTF-8.
 Owned<CFStringRef> makeString(std::string_view text) {
     return Owned<CFStringRef>(
         CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                                 static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+}
+
+/// Null when no port can have the name. (Core Foundation takes no name for a port without one.)
+Owned<CFStringRef> makeName(std::string_view name) {
+    return name.empty() || name.size() > kMaximumNameLength ? nullptr : makeString(name);
 }
 
 /// Null for a view of nothing, which is not the same as an empty buffer.
@@ -108,7 +114,7 @@ private:
     static CFDataRef receive(CFMessagePortRef /*port*/, SInt32 messageID, CFDataRef data,
                              void* info) {
         auto& self = *static_cast<LocalPort*>(info);
-        if (!self.isOpen_) {
+        if (!self.isOpen_ || (data != nullptr && view(data).size() > kMaxMessageBytes)) {
             return nullptr;
         }
         const std::optional<Bytes> reply = self.callback_(
@@ -124,10 +130,14 @@ private:
 };
 
 std::shared_ptr<LocalPort> LocalPort::create(std::string_view name, MessagePortCallback callback) {
+    const Owned<CFStringRef> nativeName = makeName(name);
+    if (nativeName == nullptr) {
+        return nullptr;
+    }
     std::shared_ptr<LocalPort> local(new LocalPort(name, std::move(callback)));
     CFMessagePortContext context{0, local.get(), nullptr, nullptr, nullptr};
     Boolean isAnother = false;
-    local->port_.reset(CFMessagePortCreateLocal(kCFAllocatorDefault, makeString(name).get(),
+    local->port_.reset(CFMessagePortCreateLocal(kCFAllocatorDefault, nativeName.get(),
                                                 &LocalPort::receive, &context, &isAnother));
     if (local->port_ == nullptr || isAnother) {
         // Core Foundation hands out this process's own port when the name is taken by that.
@@ -140,11 +150,11 @@ std::shared_ptr<LocalPort> LocalPort::create(std::string_view name, MessagePortC
 } // namespace
 
 MessagePortRef MacMessagePortService::createRemote(std::string_view name) {
-    if (name.empty() || name.size() > kMaximumNameLength) {
+    const Owned<CFStringRef> nativeName = makeName(name);
+    if (nativeName == nullptr) {
         return nullptr;
     }
-    Owned<CFMessagePortRef> port(
-        CFMessagePortCreateRemote(kCFAllocatorDefault, makeString(name).get()));
+    Owned<CFMessagePortRef> port(CFMessagePortCreateRemote(kCFAllocatorDefault, nativeName.get()));
     if (port == nullptr) {
         return nullptr;
     }
@@ -160,24 +170,29 @@ SendStatus MacMessagePortService::sendRequest(MessagePort& remote, std::int32_t 
     if (!port.isValid()) {
         return SendStatus::isInvalid;
     }
+    if (data.size() > kMaxMessageBytes) {
+        return SendStatus::transportError;
+    }
     const Owned<CFStringRef> mode = replyMode ? makeString(*replyMode) : nullptr;
     CFDataRef received = nullptr;
     const SInt32 status = CFMessagePortSendRequest(port.native(), messageID, makeData(data).get(),
                                                    seconds(sendTimeout), seconds(receiveTimeout),
                                                    mode.get(), replyMode ? &received : nullptr);
     const Owned<CFDataRef> owned(received);
-    if (status == kCFMessagePortSuccess && owned != nullptr && reply != nullptr) {
+    if (status == kCFMessagePortSuccess && owned != nullptr) {
         const ByteView bytes = view(owned.get());
-        reply->emplace(bytes.begin(), bytes.end());
+        if (bytes.size() > kMaxMessageBytes) {
+            return SendStatus::transportError;
+        }
+        if (reply != nullptr) {
+            reply->emplace(bytes.begin(), bytes.end());
+        }
     }
     return static_cast<SendStatus>(status);
 }
 
 MessagePortRef MacMessagePortService::createLocal(std::string_view name,
                                                   MessagePortCallback callback) {
-    if (name.empty() || name.size() > kMaximumNameLength) {
-        return nullptr;
-    }
     return LocalPort::create(name, std::move(callback));
 }
 

@@ -4,7 +4,8 @@
 
 namespace corvid {
 
-/// `CFMessagePort`. Its queues must be those of MacDispatch.
+/// `CFMessagePort`. Its queues must be those of MacDispatch. A name that is not UTF-8 cannot be
+/// taken, and nobody has it.
 class MacMessagePortService final : public MessagePortService {
 public:
     MessagePortRef createRemote(std::string_view name) override;

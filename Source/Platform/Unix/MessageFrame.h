@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Core/Base/Bytes.h"
+#include "Platform/Interfaces/MessagePortService.h"
 
 #include <array>
 #include <cstddef>
@@ -29,7 +30,7 @@ constexpr std::size_t kFrameHeaderBytes = 28;
 /// A later version may use that much.
 constexpr std::size_t kMaxFrameHeaderBytes = 1024;
 /// Of one payload or reply.
-constexpr std::size_t kMaxFrameDataBytes = std::size_t{64} << 20U;
+constexpr std::size_t kMaxFrameDataBytes = kMaxMessageBytes;
 
 enum class FrameKind : std::uint8_t { request = 1, reply = 2 };
 

@@ -1,6 +1,7 @@
 #include "Tests/Platform/Mac/CoreFoundationOnUnix.h"
 
 #include "Core/Base/Mutex.h"
+#include "Core/Base/UTF8.h"
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
 
@@ -9,7 +10,10 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 using corvid::Bytes;
 using corvid::ByteView;
@@ -29,6 +33,9 @@ struct Ports {
 
     corvid::UnixMessagePortService service;
     corvid::Mutex mutex;
+    /// The reply of the last callback, where it was more than the service carries: Core Foundation
+    /// knows no bound.
+    std::optional<Bytes> oversizeReply CORVID_GUARDED_BY(mutex);
     /// Open local ports of this process.
     std::map<std::string, CFMessagePortRef> locals CORVID_GUARDED_BY(mutex);
 };
@@ -78,8 +85,13 @@ void CFRelease(CFTypeRef object) {
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex size,
                                     CFStringEncoding, Boolean) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes),
+                                static_cast<std::size_t>(size));
+    if (!corvid::isValidUTF8(text)) {
+        return nullptr;
+    }
     auto* const string = new __CFString;
-    string->text.assign(bytes, bytes + size);
+    string->text = text;
     return string;
 }
 
@@ -104,6 +116,9 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
                                           CFMessagePortContext* context, Boolean* shouldFreeInfo) {
     *shouldFreeInfo = 0;
     const corvid::MutexLock lock(ports->mutex);
+    if (name == nullptr) {
+        return new __CFMessagePort; // one that no other process finds
+    }
     if (const auto found = ports->locals.find(name->text); found != ports->locals.end()) {
         // The port that this process has already, and the context is not needed.
         *shouldFreeInfo = 1;
@@ -131,6 +146,11 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
             }
             Bytes bytes = reply->bytes;
             CFRelease(reply);
+            if (bytes.size() > corvid::kMaxMessageBytes) {
+                const corvid::MutexLock oversize(local->owner->mutex);
+                local->owner->oversizeReply = std::move(bytes);
+                return std::nullopt;
+            }
             return bytes;
         });
     if (local->port == nullptr) {
@@ -158,12 +178,21 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 messageID, CFDat
         return std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::duration<double>(seconds));
     };
+    if (data != nullptr && data->bytes.size() > corvid::kMaxMessageBytes) {
+        return kCFMessagePortSuccess; // what real ports do; here it goes nowhere
+    }
     std::optional<Bytes> reply;
     const auto status = remote->owner->service.sendRequest(
         *remote->port, messageID, data != nullptr ? ByteView(data->bytes) : ByteView(),
         milliseconds(sendTimeout), milliseconds(receiveTimeout),
         replyMode != nullptr ? std::optional<std::string_view>(replyMode->text) : std::nullopt,
         &reply);
+    {
+        const corvid::MutexLock lock(remote->owner->mutex);
+        if (remote->owner->oversizeReply) {
+            reply = std::exchange(remote->owner->oversizeReply, std::nullopt);
+        }
+    }
     if (reply && returnData != nullptr) {
         *returnData = CFDataCreate(nullptr, reply->data(), static_cast<CFIndex>(reply->size()));
     }

@@ -25,6 +25,15 @@ private:
 
 } // namespace
 
+TEST(MacMessagePortService, NamesThatAreNotUTF8AreAbsent) {
+    MacUnderTest underTest;
+    for (const std::string name : {"\xFF", "a\x80", "\xC3", "\xED\xA0\x80"}) {
+        EXPECT_EQ(underTest.service().createLocal(name, {}), nullptr);
+        EXPECT_EQ(underTest.service().createRemote(name), nullptr);
+    }
+    EXPECT_NE(underTest.service().createLocal("n\xC3\xA4me", {}), nullptr);
+}
+
 INSTANTIATE_TEST_SUITE_P(Mac, MessagePortServiceConformance,
                          testing::Values(MessagePortServiceMaker{
                              "Mac", [] { return std::make_unique<MacUnderTest>(); }}),
