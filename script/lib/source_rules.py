@@ -27,7 +27,6 @@ SLEEP = re.compile(r"\b(?:sleep_for|sleep_until|usleep|nanosleep)\s*\(|(?<![\w.:
 # Where the passing of time is what is tested, not what is waited for.
 SLEEPERS = {
     "Tests/App/Logging/LogDurabilityTest.cpp": "nothing wakes up while time passes",
-    "Tests/Platform/Unix/MessagePortFaultTest.cpp": "a peer is killed at any moment",
     "Tests/Platform/Unix/PortPeer.cpp": "a peer that is slow on purpose",
 }
 

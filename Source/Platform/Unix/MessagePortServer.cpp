@@ -143,7 +143,8 @@ void MessagePortServer::accept(LocalMessagePort& port) {
             accept4(port.listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // Who waits in the kernel is served when there are descriptors again.
+                // Who waits in the kernel is served when there are descriptors again: once one of
+                // these connections ends, or the rest of the process has closed some.
                 listen(false);
                 listenAgain_ = steady_clock::now() + kPauseWithoutDescriptors;
             }
@@ -377,6 +378,9 @@ void MessagePortServer::write(Connection& connection) {
         message.msg_iovlen = parts.size();
         const ssize_t count = sendmsg(connection.fd.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
         if (count < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
             if (errno == EAGAIN) {
                 watch(connection, EPOLLOUT);
             } else {
@@ -411,6 +415,7 @@ void MessagePortServer::drop(Connection& connection) {
     connection.fd.reset();
     connection.reply = Bytes();
     --openCount_;
+    listenAgain_.reset(); // There is a descriptor again.
     releaseLarge(connection);
 }
 

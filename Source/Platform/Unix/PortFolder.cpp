@@ -286,6 +286,7 @@ std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std:
     if (!made) {
         const std::string why = path() + "/" + file + ": " + std::strerror(errno);
         unlinkat(folder, temporary.c_str(), 0);
+        unlinkat(folder, nameFileOf(file).c_str(), 0);
         return refuse(why);
     }
     RuntimeFolder::unlock(folder);

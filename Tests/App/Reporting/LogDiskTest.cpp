@@ -2,10 +2,9 @@
 
 #include "App/Reporting/LogFileWriter.h"
 #include "Tests/Support/RealPlatform.h"
+#include "Tests/Support/SmallDisk.h"
 #include "Tests/Support/TemporaryFolder.h"
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -14,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,37 +32,6 @@ public:
 
 protected:
     bool mayDelete(std::string_view name) const override { return isLogFile(name); }
-};
-
-/// A file system in memory, of 64 KiB, for the life of the object.
-class SmallDisk {
-public:
-    explicit SmallDisk(std::string path) : path_(std::move(path)) {
-        std::filesystem::create_directories(path_);
-        isMounted_ = mount("corvid-test", path_.c_str(), "tmpfs", MS_NOSUID, "size=64k") == 0;
-        reason_ = std::strerror(errno);
-    }
-    ~SmallDisk() {
-        if (isMounted_) {
-            umount2(path_.c_str(), MNT_DETACH);
-        }
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    bool isMounted() const { return isMounted_; }
-    const std::string& reason() const { return reason_; }
-    void setReadOnly(bool isReadOnly) {
-        const unsigned long flags =
-            MS_REMOUNT | MS_NOSUID | (isReadOnly ? static_cast<unsigned long>(MS_RDONLY) : 0UL);
-        EXPECT_EQ(mount(nullptr, path_.c_str(), nullptr, flags, nullptr), 0)
-            << std::strerror(errno);
-    }
-
-private:
-    const std::string path_;
-    bool isMounted_ = false;
-    std::string reason_;
 };
 
 /// An ordinary user for the life of the object, when the tests are run by root, whom no mode stops.

@@ -6,17 +6,23 @@
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
 #include "Platform/Unix/VolumeFile.h"
+#include "Tests/Support/RestlessClock.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <map>
+#include <poll.h>
+#include <pthread.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -44,12 +50,14 @@ Bytes bytes(std::string_view text) {
     std::exit(1);
 }
 
-/// Answers with the data it was sent.
+/// Answers with the data it was sent, after `before` has run.
 class Echo {
 public:
-    explicit Echo(const std::string& name)
+    explicit Echo(
+        const std::string& name, std::function<void()> before = [] {})
         : port_(service_.createLocal(
-              name, [](MessagePort&, std::int32_t, std::optional<ByteView> data) {
+              name, [before](MessagePort&, std::int32_t, std::optional<ByteView> data) {
+                  before();
                   return std::optional(data ? Bytes(data->begin(), data->end()) : Bytes());
               })) {
         if (port_ == nullptr) {
@@ -79,6 +87,31 @@ void serveAndFork(const std::string& name) {
         _exit(0);
     }
     mayGoOn();
+}
+
+// Signals without end on the thread that serves, where there are none otherwise. Says at last how
+// many there were.
+void serveAmidSignals(const std::string& name) {
+    static std::atomic<long> count{0};
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+    struct sigaction action{};
+    action.sa_handler = [](int) { ++count; };
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often{{0, 500}, {0, 500}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+
+    const Echo echo(name, [&] { pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr); });
+    say("ready");
+    mayGoOn();
+    say(std::to_string(count));
+}
+
+void serveWhileTheClockIsSetBack(const std::string& name) {
+    const RestlessClock clock;
+    serve(name);
 }
 
 // Every message is told on a line, after the name of its sender.
@@ -180,7 +213,8 @@ void sendAll(int fd, ByteView data) {
     }
 }
 
-// A server that speaks the protocol badly, one connection after another.
+// A server that speaks the protocol badly, one connection after another, or that stops itself at
+// some point of the first and does well afterwards.
 void misbehave(const std::string& name, const std::string& how) {
     PortFolder folder(RuntimeFolder::ofThisUser());
     auto listener = folder.take(name);
@@ -193,18 +227,29 @@ void misbehave(const std::string& name, const std::string& how) {
         return;
     }
     std::thread([&] {
+        bool hasStopped = false;
+        const auto stopOnce = [&](const char* where) {
+            if (!hasStopped && how == where) {
+                hasStopped = true;
+                raise(SIGSTOP);
+            }
+        };
         for (;;) {
+            pollfd entry{listener->fd.get(), POLLIN, 0};
+            poll(&entry, 1, -1);
+            stopOnce("stops before accepting");
             const int fd = accept4(listener->fd.get(), nullptr, nullptr, SOCK_CLOEXEC);
             if (fd < 0) {
-                usleep(1000); // the listener does not block
                 continue;
             }
+            stopOnce("stops before reading");
             std::array<std::uint8_t, kFrameHeaderBytes> request{};
             [[maybe_unused]] const ssize_t count =
                 recv(fd, request.data(), request.size(), MSG_WAITALL);
             const auto asked = decodedHeader(request);
             Bytes rest(asked ? asked->dataBytes : 0);
             recv(fd, rest.data(), rest.size(), MSG_WAITALL);
+            stopOnce("stops before replying");
             FrameHeader header;
             header.kind = FrameKind::reply;
             header.hasData = true;
@@ -225,15 +270,20 @@ void misbehave(const std::string& name, const std::string& how) {
             } else if (how == "later version") {
                 header.version = header.oldestReader = 2;
             }
+            const std::uint16_t addedHeader = how == "longer header" ? 12 : 0;
+            if (addedHeader > 0) {
+                header.version = 2;
+                header.headerBytes = static_cast<std::uint16_t>(kFrameHeaderBytes + addedHeader);
+            }
             auto frame = encodedHeader(header);
             if (how == "oversize") {
                 frame[27] = 0x7F;
             } else if (how == "garbage") {
                 frame.fill('?');
             }
-            Bytes answer(frame.size() + data.size());
-            std::copy(data.begin(), data.end(),
-                      std::copy(frame.begin(), frame.end(), answer.begin()));
+            Bytes answer(frame.begin(), frame.end());
+            answer.insert(answer.end(), addedHeader, 0xEE);
+            answer.insert(answer.end(), data.begin(), data.end());
             if (how == "cut") {
                 answer.resize(10);
             } else if (how == "silence") {
@@ -273,6 +323,10 @@ int main(int argc, char** argv) {
     } else if (mode == "serve-with-descriptors") {
         limitDescriptors(static_cast<rlim_t>(std::stoi(words.at(2))));
         serve(name);
+    } else if (mode == "serve-amid-signals") {
+        serveAmidSignals(name);
+    } else if (mode == "serve-while-the-clock-is-set-back") {
+        serveWhileTheClockIsSetBack(name);
     } else if (mode == "serve-and-fork") {
         serveAndFork(name);
     } else if (mode == "collect") {
