@@ -7,7 +7,7 @@ FOLDER is the local folder that stands for the volume, PATH an item in it. Each 
 on standard input changes a badge and pushes it; what happens is told on standard output.
 Written from docs/message-port-protocol.md."""
 
-import fcntl, os, plistlib, socket, struct, sys, tempfile, threading
+import contextlib, fcntl, os, plistlib, socket, struct, sys, tempfile, threading
 from urllib.parse import quote, unquote
 
 HOST = "com.corvid.desktop.widget"
@@ -15,9 +15,6 @@ EXTENSION = "ZQ7X2KD4W9.group.corvid.desktop.widget.findesync-"
 ROOT = "file:///Volumes/Corvid/"
 HEADER = struct.Struct("<4sBBHBBHiQI")
 REQUEST, REPLY, DATA, WANTS_REPLY, REFUSED = 1, 2, 1, 2, 4
-
-class URL(str): pass
-class MenuItem(dict): pass
 
 def open_folder(path):
     os.makedirs(path, mode=0o700, exist_ok=True)
@@ -32,15 +29,10 @@ def connect(name):
     connection.connect(f"/proc/self/fd/{ports}/{quote(name, safe='')}")
     return connection
 
-def is_alive(name):
-    try:
-        return not connect(name).close()
-    except OSError:
-        return False
-
 def take(name):
     fcntl.flock(ports, fcntl.LOCK_EX)
-    if is_alive(name):
+    with contextlib.suppress(OSError):
+        connect(name).close()
         sys.exit(f"another process serves {name}; end it first")
     temporary = f"={os.getpid()}"
     listener = socket.socket(socket.AF_UNIX)
@@ -53,33 +45,25 @@ def take(name):
 
 def publish_volume():
     fcntl.flock(runtime, fcntl.LOCK_EX)
-    file = open(os.open(".host.volume", os.O_RDWR | os.O_CREAT, 0o600, dir_fd=runtime), "w")
-    file.write(f"{folder}\nfixed\n{os.getpid()}\n")
-    file.flush()
+    file = os.open(".host.volume", os.O_RDWR | os.O_CREAT | os.O_TRUNC, 0o600, dir_fd=runtime)
+    os.write(file, f"{folder}\nfixed\n{os.getpid()}\n".encode())
     fcntl.fcntl(file, fcntl.F_OFD_SETLK, struct.pack("hhqqi4x", fcntl.F_WRLCK, 0, 0, 0, 0))
     os.rename(".host.volume", "host.volume", src_dir_fd=runtime, dst_dir_fd=runtime)
-    fcntl.flock(runtime, fcntl.LOCK_UN)
-    return file
+    fcntl.flock(runtime, fcntl.LOCK_UN)  # the lock on the file stays, as long as this process lives
 
 def archive(root):
     objects = ["$null"]
     def add(value):
         objects.append(value)
         return plistlib.UID(len(objects) - 1)
-    def make(kind, fields):
-        return add({**fields, "$class": add({"$classname": kind, "$classes": [kind, "NSObject"]})})
     def encode(value):
-        if isinstance(value, URL):
-            return make("NSURL", {"NS.base": plistlib.UID(0), "NS.relative": add(str(value))})
-        if isinstance(value, MenuItem):
-            return make("NSMenuItem", {name: add(field) if isinstance(field, str) else field
-                                       for name, field in value.items()})
         if isinstance(value, list):
-            return make("NSArray", {"NS.objects": [encode(element) for element in value]})
-        if isinstance(value, dict):
-            return make("NSDictionary", {"NS.keys": [encode(key) for key in value],
-                                         "NS.objects": [encode(key) for key in value.values()]})
-        return add(value)
+            return [encode(element) for element in value]
+        if isinstance(value, tuple):  # an object: its class and its fields
+            names = {"$classname": value[0], "$classes": [value[0], "NSObject"]}
+            fields = {name: encode(field) for name, field in value[1].items()}
+            return add({**fields, "$class": add(names)})
+        return add(value) if isinstance(value, str) else value
     return plistlib.dumps({"$version": 100000, "$archiver": "NSKeyedArchiver", "$top":
                            {"root": encode(root)}, "$objects": objects}, fmt=plistlib.FMT_BINARY)
 
@@ -101,8 +85,9 @@ def path_of(url):
 
 def answer(message, payload):
     if message == 1:
-        return [MenuItem(NSTitle=f"Share {len(payload['paths'])} Items", NSKeyEquiv="", NSTag=1,
-                         NSMnemonicLoc=2147483647, NSAction="share:")]
+        item = {"NSTitle": f"Share {len(payload['paths'])} Items", "NSKeyEquiv": "", "NSTag": 1,
+                "NSMnemonicLoc": 2147483647, "NSAction": "share:"}
+        return "NSArray", {"NS.objects": [("NSMenuItem", item)]}
     if message == 2:
         print("clicked", payload["action"]["NSTag"], *map(path_of, payload["path"]), flush=True)
     if message == 4:
@@ -124,10 +109,8 @@ def serve_one(connection):
     magic, _, oldest, size, kind, flags, _, message, number, length = HEADER.unpack(stream.read(28))
     if peer[1] != os.getuid() or (magic, kind) != (b"CVMP", REQUEST) or length > 64 << 20:
         return
-    root = None
-    if oldest == 1 and len(stream.read(size - 28)) == size - 28 and flags & DATA:
-        data = stream.read(length)
-        root = answer(message, unarchive(data)) if length == len(data) > 0 else None
+    data = stream.read(size - 28 + length)[size - 28:]
+    root = answer(message, unarchive(data)) if oldest == 1 and length == len(data) > 0 else None
     if flags & WANTS_REPLY:
         reply = b"" if root is None else archive(root)
         mark = REFUSED if oldest > 1 else DATA if reply else 0
@@ -141,28 +124,26 @@ def serve():
             except Exception as error:  # whatever one peer sends, the next is served
                 print("ignored:", repr(error), file=sys.stderr, flush=True)
 
-def push(path, badge):
-    data = archive({"badgeID": badge, "path": URL(ROOT + quote(path))})
-    for name in list(extensions):
-        try:
-            with connect(name) as connection:
-                send(connection, REQUEST, DATA, 3, 0, data)
-        except OSError:
-            extensions.discard(name)
-
 folder, *pairs = sys.argv[1:] or sys.exit(__doc__)
 badges = dict(pair.rsplit("=", 1) for pair in pairs)
 base = os.environ.get("XDG_RUNTIME_DIR", "")
 place = base + "/corvid" if base[:1] == "/" else f"{tempfile.gettempdir()}/corvid-{os.getuid()}"
 runtime, ports = open_folder(place), open_folder(place + "/ports")
-listener, volume = take(HOST), publish_volume()
-extensions = {name for name in map(unquote, os.listdir(ports))
-              if name.startswith(EXTENSION) and is_alive(name)}
+listener = take(HOST)
+publish_volume()
+extensions = {name for name in map(unquote, os.listdir(ports)) if name.startswith(EXTENSION)}
 threading.Thread(target=serve, daemon=True).start()
 print("ready", flush=True)
 for line in sys.stdin:
     path, badge = line.rstrip("\n").rsplit("=", 1)
     badges[path] = badge
-    push(path, badge)
+    url = "NSURL", {"NS.base": plistlib.UID(0), "NS.relative": ROOT + quote(path)}
+    data = archive(("NSDictionary", {"NS.keys": ["badgeID", "path"], "NS.objects": [badge, url]}))
+    for name in list(extensions):
+        try:
+            with connect(name) as connection:
+                send(connection, REQUEST, DATA, 3, 0, data)
+        except OSError:  # it has ended
+            extensions.discard(name)
 os.unlink(HOST, dir_fd=ports)
 os.unlink("host.volume", dir_fd=runtime)

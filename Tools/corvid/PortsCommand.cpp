@@ -31,6 +31,9 @@ struct Line {
 };
 
 std::string programOf(pid_t process) {
+    if (process == 0) {
+        return {};
+    }
     std::ifstream file("/proc/" + std::to_string(process) + "/comm");
     std::string program;
     std::getline(file, program);
@@ -75,11 +78,17 @@ std::string ageText(std::chrono::seconds age) {
                            : std::to_string(seconds / 86400) + " d";
 }
 
+// What is not known of a process whose queue is full.
+template <class T>
+nlohmann::ordered_json orNull(const T& value) {
+    return value != T() ? nlohmann::ordered_json(value) : nlohmann::ordered_json();
+}
+
 void printJson(const std::vector<Line>& lines) {
     for (const Line& line : lines) {
         const nlohmann::ordered_json object{{"name", line.port.name},
-                                            {"pid", line.port.process},
-                                            {"program", line.program},
+                                            {"pid", orNull(line.port.process)},
+                                            {"program", orNull(line.program)},
                                             {"age_s", line.age.count()},
                                             {"answers", line.answers}};
         std::puts(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
@@ -100,9 +109,11 @@ void printTable(const std::vector<Line>& lines) {
     std::printf("%-*s  %7s  %-15s  %6s  %s\n", nameWidth, "NAME", "PROCESS", "PROGRAM", "AGE",
                 "ANSWERS");
     for (const Line& line : lines) {
-        std::printf("%-*s  %7d  %-15s  %6s  %s\n", nameWidth, printableText(line.port.name).c_str(),
-                    line.port.process, printableText(line.program).c_str(),
-                    ageText(line.age).c_str(), line.answers ? "yes" : "no");
+        const bool isKnown = line.port.process != 0;
+        std::printf("%-*s  %7s  %-15s  %6s  %s\n", nameWidth, printableText(line.port.name).c_str(),
+                    isKnown ? std::to_string(line.port.process).c_str() : "?",
+                    isKnown ? printableText(line.program).c_str() : "?", ageText(line.age).c_str(),
+                    line.answers ? "yes" : "no");
     }
 }
 

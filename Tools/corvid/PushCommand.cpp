@@ -64,6 +64,10 @@ URL itemAt(const std::string& path) {
     return *url;
 }
 
+nlohmann::ordered_json pidOf(const LivePort& port) {
+    return port.process != 0 ? nlohmann::ordered_json(port.process) : nlohmann::ordered_json();
+}
+
 void push(const Options& options) {
     const auto badge = CVMABadgeID::fromRawValue(options.badge);
     if (!badge) {
@@ -92,16 +96,18 @@ void push(const Options& options) {
         allTook = allTook && took;
         if (options.json) {
             const nlohmann::ordered_json object{{"port", port.name},
-                                                {"pid", port.process},
+                                                {"pid", pidOf(port)},
                                                 {"badge", badge->rawValue()},
                                                 {"url", item.absoluteString()},
                                                 {"taken", took}};
             std::puts(object.dump().c_str());
         } else if (!took) {
+            const std::string process =
+                port.process != 0 ? " of process " + std::to_string(port.process) : "";
             std::fprintf(stderr,
-                         "The extension of process %d did not take the badge within a second; it "
-                         "hangs or has ended\n",
-                         port.process);
+                         "The extension%s did not take the badge within a second; it hangs or has "
+                         "ended\n",
+                         process.c_str());
         }
     }
     if (!allTook) {

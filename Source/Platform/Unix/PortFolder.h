@@ -19,7 +19,7 @@ namespace corvid {
 /// A name that a live process of this user serves.
 struct LivePort {
     std::string name;
-    pid_t process = 0;
+    pid_t process = 0;                           ///< 0: it hangs, so that it cannot be asked
     std::chrono::system_clock::time_point since; ///< when the name was taken
 };
 

@@ -14,6 +14,17 @@ bool contains(const std::vector<LivePort>& ports, const LivePort& port) {
     });
 }
 
+// An owner that hangs does not say who it is, and may have said it earlier.
+void keepProcesses(std::vector<LivePort>& ports, const std::vector<LivePort>& before) {
+    for (LivePort& port : ports) {
+        for (const LivePort& earlier : before) {
+            if (port.process == 0 && port.name == earlier.name && port.since == earlier.since) {
+                port.process = earlier.process;
+            }
+        }
+    }
+}
+
 } // namespace
 
 PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue& queue,
@@ -23,6 +34,7 @@ PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue
 
 void PortWatcher::look() {
     const std::vector<LivePort> before = std::exchange(known_, folder_.livePorts(prefix_));
+    keepProcesses(known_, before);
     const std::vector<LivePort> now = known_;
     std::vector<pid_t> owners;
     owners.reserve(now.size());

@@ -117,6 +117,27 @@ TEST_F(WatcherTest, seesTheDeathOfAnOwner) {
     EXPECT_EQ(told_.next(), "mortal -");
 }
 
+TEST_F(WatcherTest, knowsAnOwnerThatHangsUntilItDies) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    const auto watcher = watchPorts("");
+    ChildProcess peer({CORVID_PORT_PEER, "misbehave", "hung", "never accepts"});
+    ASSERT_EQ(peer.readLine(), "ready");
+    EXPECT_EQ(told_.next(), "hung +");
+    // Until its queue is full, and nobody can ask it who it is.
+    PortFolder ports(folder());
+    std::vector<PortFolder::Connection> queued;
+    do {
+        queued.push_back(ports.connect("hung", std::nullopt));
+        ASSERT_LT(queued.size(), 1000U);
+    } while (queued.back().result == PortFolder::ConnectResult::connected);
+    ASSERT_EQ(queued.back().result, PortFolder::ConnectResult::timedOut);
+    const auto other = open(service, "other");
+    EXPECT_EQ(told_.next(), "other +");
+    peer.signal(SIGKILL);
+    EXPECT_EQ(told_.next(), "hung -");
+}
+
 TEST_F(WatcherTest, mayEndAtAnyMoment) {
     makeRun();
     UnixMessagePortService service(folder());
