@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <semaphore>
@@ -37,9 +38,14 @@ public:
         std::string option = "--volume";
         std::string folder = volume;
         char* arguments[] = {program.data(), option.data(), folder.data(), nullptr};
-        if (posix_spawn(&process_, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
+        // Figures alone go to standard output.
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        if (posix_spawn(&process_, program.c_str(), &actions, nullptr, arguments, environ) != 0) {
             fail(program + " does not start");
         }
+        posix_spawn_file_actions_destroy(&actions);
     }
     ~Extension() {
         kill(process_, SIGTERM);

@@ -1,12 +1,18 @@
-// Message ports against a bare socket and against D-Bus, interleaved, between two processes.
+// Message ports against a bare socket and against D-Bus, and the controller against the message
+// ports: each interleaved, between two processes.
 
+#include "App/Reporting/AppReportingService.h"
 #include "Benchmarks/Figure.h"
 #include "Benchmarks/Transport/BareSocket.h"
 #include "Benchmarks/Transport/DBus.h"
 #include "Benchmarks/Transport/Series.h"
 #include "Core/Archive/KeyedArchive.h"
+#include "Extensions/Finder/CVMAFinderSync.h"
+#include "Extensions/Finder/CVMAMessagePortID.h"
+#include "Platform/Interfaces/FIFinderSyncController.h"
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
+#include "Tests/Support/RealPlatform.h"
 
 #include <csignal>
 #include <cstdio>
@@ -73,9 +79,12 @@ private:
     pid_t process_ = 0;
 };
 
+URL item() {
+    return *URL::fileURL("/Volumes/Corvid/Projects/Annual Report/Figures 2026.xlsx");
+}
+
 Bytes badgeRequest() {
-    const auto url = URL::fileURL("/Volumes/Corvid/Projects/Annual Report/Figures 2026.xlsx");
-    return archivedData(Value::dictionary({{"url", Value::url(*url)}}));
+    return archivedData(Value::dictionary({{"url", Value::url(item())}}));
 }
 
 Bytes badgeReply() {
@@ -94,6 +103,7 @@ public:
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
 
+    const std::string& path() const { return path_; }
     RuntimeFolder runtimeFolder() const { return RuntimeFolder(path_ + "/corvid"); }
     std::string operator/(const char* name) const { return path_ + "/" + name; }
 
@@ -167,6 +177,59 @@ void measureBadgeRequest(const Place& place, bool isQuick) {
         print({"dbus_vs_badge_round_trip_p50", dbus.median() / ours.median(), "ratio", 2.0,
                Better::Higher});
     }
+}
+
+/// A file manager that does nothing but take badges.
+class BadgeTaker final : public FIFinderSyncController {
+public:
+    void setDirectoryURLs(const std::vector<URL>&) override {}
+    void setBadgeImage(std::shared_ptr<Image>, const std::optional<std::string>&,
+                       std::string_view) override {}
+    void setBadgeIdentifier(std::string_view identifier, const URL&) override {
+        badge_ = identifier;
+    }
+    std::optional<URL> targetedURL() override { return std::nullopt; }
+    std::optional<std::vector<URL>> selectedItemURLs() override { return std::nullopt; }
+
+    const std::string& badge() const { return badge_; }
+
+private:
+    std::string badge_;
+};
+
+void measureController(const Place& place, bool isQuick) {
+    const std::string name(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue());
+    const Bytes answer = badgeReply();
+    const Server host([&](const Server::Ready& ready) {
+        servePort(
+            place, name,
+            [&](MessagePort&, std::int32_t, std::optional<ByteView>) { return answer; }, ready);
+    });
+    setenv("XDG_RUNTIME_DIR", place.path().c_str(), 1);
+    RealPlatform system;
+    AppReportingService reporting;
+    AppReportingService::setSharedReportingService(&reporting);
+    BadgeTaker fileManager;
+    FIFinderSyncController::setDefaultController(&fileManager);
+    {
+        const auto controller = CVMAFinderSync::create();
+        const URL url = item();
+        const Bytes question = badgeRequest();
+        std::optional<Bytes> reply;
+        Series whole;
+        Series transport;
+        for (int i = 0; i < (isQuick ? 500 : 20000); ++i) {
+            whole.measure([&] { controller->requestBadgeIdentifier(url); });
+            transport.measure([&] { request(system.messagePorts, name.c_str(), question, reply); });
+        }
+        if (fileManager.badge() != "synced" || reply != answer) {
+            fail("badge of the controller");
+        }
+        print({"controller_overhead_us", whole.median() - transport.median(), "us", 10.0,
+               Better::Lower});
+    }
+    FIFinderSyncController::setDefaultController(nullptr);
+    AppReportingService::setSharedReportingService(nullptr);
 }
 
 void measurePushes(const Place& place, bool isQuick) {
@@ -275,6 +338,7 @@ int main(int argc, char** argv) {
     const bool isQuick = corvid::bench::isQuick(argc, argv);
     const Place place;
     measureBadgeRequest(place, isQuick);
+    measureController(place, isQuick);
     measurePushes(place, isQuick);
     measureBandwidth(place, isQuick);
     measureAbsence(place, isQuick);
