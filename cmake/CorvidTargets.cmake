@@ -66,6 +66,22 @@ function(corvid_leave_out_if_not_concurrent target test)
   endif()
 endfunction()
 
+# The headers that most tests include, compiled once for all of them.
+function(corvid_precompile_test_headers)
+  set(main "${PROJECT_BINARY_DIR}/TestHeaders.cpp")
+  file(GENERATE OUTPUT "${main}" CONTENT "int main() {}\n")
+  add_executable(corvid_test_headers EXCLUDE_FROM_ALL "${main}")
+  target_precompile_headers(corvid_test_headers PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp> <chrono> <filesystem> <functional> <memory>
+    <optional> <string> <thread> <vector>)
+  target_compile_options(corvid_test_headers PRIVATE ${CORVID_TEST_OPTIONS})
+  target_link_libraries(corvid_test_headers PRIVATE corvid_options GTest::gmock GTest::gtest_main
+    nlohmann_json::nlohmann_json)
+endfunction()
+
+# What is tested is optimised; the tests are compiled quickly instead.
+set(CORVID_TEST_OPTIONS -O0 -g1)
+
 # corvid_add_test(NAME SOURCES file... [LINKS target...] [LABELS label...])
 # One GoogleTest program, run by ctest as a whole. Exit status 77 counts as skipped.
 function(corvid_add_test name)
@@ -74,6 +90,10 @@ function(corvid_add_test name)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_compile_options(${name} PRIVATE ${CORVID_TEST_OPTIONS})
+  if(NOT ARG_SOURCES MATCHES "\\.mm") # Objective-C++ would need headers of its own.
+    target_precompile_headers(${name} REUSE_FROM corvid_test_headers)
+  endif()
   target_link_libraries(${name} PRIVATE corvid_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
   add_dependencies(${name} corvid_resources)
   target_compile_definitions(${name} PRIVATE

@@ -30,6 +30,8 @@ endif()
 set(CMAKE_OBJCXX_COMPILER "${CORVID_CLANGXX}" CACHE FILEPATH "Objective-C++ compiler")
 set(CMAKE_OBJCXX_COMPILER_LAUNCHER "${CMAKE_CXX_COMPILER_LAUNCHER}")
 enable_language(OBJCXX)
+# It sets this for both languages in the words of clang alone.
+set(CMAKE_PCH_PROLOGUE "#pragma GCC system_header")
 list(GET objc_headers -1 objc_header)
 cmake_path(GET objc_header PARENT_PATH objc_folder)
 cmake_path(GET objc_folder PARENT_PATH objc_include)
