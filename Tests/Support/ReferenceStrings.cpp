@@ -4,6 +4,7 @@
 #include <array>
 #include <bitset>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <regex>
 #include <unordered_map>
@@ -123,16 +124,19 @@ Text takenApart(std::string_view text) {
 
 // Remembers what it took apart: the rules ask about the same few texts and literals over and over.
 std::shared_ptr<const Text> textOf(std::string_view text) {
+    struct Hash : std::hash<std::string_view> {
+        using is_transparent = void; // A text that is known is found without being copied.
+    };
     constexpr std::size_t kRemembered = 1000;
-    thread_local std::unordered_map<std::string, std::shared_ptr<const Text>> known;
+    thread_local std::unordered_map<std::string, std::shared_ptr<const Text>, Hash, std::equal_to<>>
+        known;
+    if (const auto found = known.find(text); found != known.end()) {
+        return found->second;
+    }
     if (known.size() > kRemembered) {
         known.clear();
     }
-    std::shared_ptr<const Text>& entry = known[std::string(text)];
-    if (!entry) {
-        entry = std::make_shared<const Text>(takenApart(text));
-    }
-    return entry;
+    return known.emplace(text, std::make_shared<const Text>(takenApart(text))).first->second;
 }
 
 std::string bytesOf(const Characters& characters, std::size_t from, std::size_t to) {
