@@ -1,8 +1,6 @@
 #include "Core/Archive/BinaryPropertyList.h"
 
 #include "Core/Archive/Limits.h"
-#include "Core/Base/UTF8.h"
-
 #include <array>
 #include <bit>
 #include <cstring>
@@ -17,60 +15,6 @@ constexpr std::string_view kSignature = "bplist0";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 
-// What the count of a value counts.
-enum class Unit : std::uint8_t { none, fixed, byte, utf16, reference, pair };
-
-struct Marker {
-    BinaryPropertyList::Kind kind = BinaryPropertyList::Kind::boolean;
-    Unit unit = Unit::none;
-    std::uint8_t count = 0; ///< 15 where it may follow as an integer
-    bool isKnown = false;
-};
-
-// What each marker byte announces. Markers of types that no archive holds (null, fill, sets, wider
-// or narrower numbers) are unknown.
-constexpr auto kMarkers = [] {
-    using Kind = BinaryPropertyList::Kind;
-    std::array<Marker, 256> markers{};
-    markers[0x08] = {Kind::boolean, Unit::none, 0, true};
-    markers[0x09] = {Kind::boolean, Unit::none, 1, true};
-    for (unsigned width = 0; width <= 4; ++width) {
-        markers[0x10 + width] = {Kind::integer, Unit::fixed, static_cast<std::uint8_t>(1U << width),
-                                 true};
-    }
-    markers[0x22] = {Kind::real, Unit::fixed, 4, true};
-    markers[0x23] = {Kind::real, Unit::fixed, 8, true};
-    markers[0x33] = {Kind::date, Unit::fixed, 8, true};
-    for (std::uint8_t low = 0; low < 16; ++low) {
-        markers[0x40U + low] = {Kind::data, Unit::byte, low, true};
-        markers[0x50U + low] = {Kind::ascii, Unit::byte, low, true};
-        markers[0x60U + low] = {Kind::utf16, Unit::utf16, low, true};
-        markers[0xA0U + low] = {Kind::array, Unit::reference, low, true};
-        markers[0xD0U + low] = {Kind::dictionary, Unit::pair, low, true};
-    }
-    for (std::uint8_t low = 0; low < 8; ++low) {
-        markers[0x80U + low] = {Kind::uid, Unit::fixed, static_cast<std::uint8_t>(low + 1), true};
-    }
-    return markers;
-}();
-
-bool isASCII(const std::uint8_t* bytes, std::size_t size) {
-    std::size_t i = 0;
-    for (; i + 8 <= size; i += 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, bytes + i, 8);
-        if ((word & 0x8080808080808080U) != 0) {
-            return false;
-        }
-    }
-    for (; i < size; ++i) {
-        if (bytes[i] >= 0x80) {
-            return false;
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 void refuseAtByte(Code code, std::uint64_t offset) {
@@ -80,6 +24,33 @@ void refuseAtByte(Code code, std::uint64_t offset) {
 void refuseAtObject(Code code, std::uint64_t uid, std::string_view key) {
     throw ArchiveRefusal{{code, ArchiveError::Where::object, uid, std::string(key)}};
 }
+
+// Null, fill, sets and numbers wider or narrower than these occur in no archive.
+const constinit std::array<BinaryPropertyList::Marker, 256> BinaryPropertyList::kMarkers = [] {
+    using Length = Marker::Length;
+    std::array<Marker, 256> markers{};
+    markers[0x08] = {Kind::boolean, kNothing, 0, Length::here};
+    markers[0x09] = {Kind::boolean, kNothing, 1, Length::here};
+    for (unsigned width = 0; width <= 4; ++width) {
+        markers[0x10 + width] = {Kind::integer, kByte, static_cast<std::uint8_t>(1U << width),
+                                 Length::here};
+    }
+    markers[0x22] = {Kind::real, kByte, 4, Length::here};
+    markers[0x23] = {Kind::real, kByte, 8, Length::here};
+    markers[0x33] = {Kind::date, kByte, 8, Length::here};
+    for (std::uint8_t low = 0; low < 16; ++low) {
+        const Length length = low < 15 ? Length::here : Length::behind;
+        markers[0x40U + low] = {Kind::data, kByte, low, length};
+        markers[0x50U + low] = {Kind::ascii, kByte, low, length};
+        markers[0x60U + low] = {Kind::utf16, kUTF16, low, length};
+        markers[0xA0U + low] = {Kind::array, kReference, low, length};
+        markers[0xD0U + low] = {Kind::dictionary, kPair, low, length};
+    }
+    for (std::uint8_t low = 0; low < 8; ++low) {
+        markers[0x80U + low] = {Kind::uid, kByte, static_cast<std::uint8_t>(low + 1), Length::here};
+    }
+    return markers;
+}();
 
 bool BinaryPropertyList::hasSignature(ByteView bytes) {
     return bytes.size() >= kSignature.size() &&
@@ -97,15 +68,15 @@ BinaryPropertyList::BinaryPropertyList(ByteView bytes) : bytes_(bytes) {
         refuseAtByte(Code::truncated, bytes.size());
     }
     const std::size_t trailer = bytes.size() - kTrailerSize;
-    offsetWidth_ = bytes[trailer + 6];
-    refWidth_ = bytes[trailer + 7];
-    const std::uint64_t count = bigEndian(trailer + 8, 8);
-    const std::uint64_t top = bigEndian(trailer + 16, 8);
-    const std::uint64_t table = bigEndian(trailer + 24, 8);
-    if (offsetWidth_ < 1 || offsetWidth_ > 8) {
+    const std::size_t offsetWidth = bytes[trailer + 6];
+    const std::size_t refWidth = bytes[trailer + 7];
+    const std::uint64_t count = bigEndian64(bytes.data() + trailer + 8);
+    const std::uint64_t top = bigEndian64(bytes.data() + trailer + 16);
+    const std::uint64_t table = bigEndian64(bytes.data() + trailer + 24);
+    if (offsetWidth < 1 || offsetWidth > 8) {
         refuseAtByte(Code::badTrailer, trailer + 6);
     }
-    if (refWidth_ < 1 || refWidth_ > 8) {
+    if (refWidth < 1 || refWidth > 8) {
         refuseAtByte(Code::badTrailer, trailer + 7);
     }
     if (count < 1) {
@@ -114,7 +85,7 @@ BinaryPropertyList::BinaryPropertyList(ByteView bytes) : bytes_(bytes) {
     if (count > limits::kPropertyListValues) {
         refuseAtByte(Code::tooManyObjects, trailer + 8);
     }
-    if (refWidth_ < 8 && ((count - 1) >> (8 * refWidth_)) != 0) {
+    if (count - 1 > Width(refWidth).mask) {
         refuseAtByte(Code::badTrailer, trailer + 7);
     }
     if (top >= count) {
@@ -124,56 +95,36 @@ BinaryPropertyList::BinaryPropertyList(ByteView bytes) : bytes_(bytes) {
         refuseAtByte(Code::badTrailer, trailer + 24);
     }
     // Neither product nor sum can overflow: the count is bounded above, the table by the size.
-    const std::uint64_t tableEnd = table + count * offsetWidth_;
+    const std::uint64_t tableEnd = table + count * offsetWidth;
     if (tableEnd > trailer) {
         refuseAtByte(Code::truncated, bytes.size());
     }
     if (tableEnd < trailer) {
         refuseAtByte(Code::trailingBytes, tableEnd);
     }
+    offsets_ = Width(offsetWidth);
+    refs_ = Width(refWidth);
     tableStart_ = static_cast<std::size_t>(table);
     valueCount_ = static_cast<std::size_t>(count);
     top_ = static_cast<Ref>(top);
+    unitSizes_[kByte] = 1;
+    unitSizes_[kUTF16] = 2;
+    unitSizes_[kReference] = static_cast<std::uint8_t>(refWidth);
+    unitSizes_[kPair] = static_cast<std::uint8_t>(2 * refWidth);
     for (std::size_t i = 0; i < valueCount_; ++i) {
-        const std::uint64_t offset = bigEndian(tableStart_ + i * offsetWidth_, offsetWidth_);
+        const std::size_t at = tableStart_ + i * offsetWidth;
+        const std::uint64_t offset = bigEndian(at, offsets_);
         if (offset < kHeaderSize || offset >= tableStart_) {
-            refuseAtByte(Code::badOffset, tableStart_ + i * offsetWidth_);
+            refuseAtByte(Code::badOffset, at);
         }
     }
 }
 
-BinaryPropertyList::Item BinaryPropertyList::item(Ref ref) const {
-    const auto start =
-        static_cast<std::size_t>(bigEndian(tableStart_ + ref * offsetWidth_, offsetWidth_));
-    const std::uint8_t marker = bytes_[start];
-    const Marker& meaning = kMarkers[marker];
-    if (!meaning.isKnown) {
+BinaryPropertyList::Item BinaryPropertyList::itemWithLengthBehind(std::size_t start,
+                                                                  Marker marker) const {
+    if (marker.length == Marker::Length::unknown) {
         refuseAtByte(Code::unknownType, start);
     }
-    Item item{meaning.kind, start, start + 1, meaning.count};
-    if (meaning.unit == Unit::none) {
-        return item;
-    }
-    if (meaning.unit != Unit::fixed && meaning.count == 0x0F) {
-        item.count = longCount(start);
-        item.content += 1 + (std::size_t{1} << (bytes_[start + 1] & 0x0FU));
-    }
-    const std::size_t width = meaning.unit == Unit::utf16       ? 2
-                              : meaning.unit == Unit::reference ? refWidth_
-                              : meaning.unit == Unit::pair      ? 2 * refWidth_
-                                                                : 1;
-    // The count is far from the size at which the product could overflow.
-    if (item.count * width > tableStart_ - item.content) {
-        refuseAtByte(Code::badLength, start);
-    }
-    if (item.count > limits::kStringLength && item.isString()) {
-        refuseAtByte(Code::stringTooLong, start);
-    }
-    return item;
-}
-
-// The count that follows the marker at `start` as an integer.
-std::size_t BinaryPropertyList::longCount(std::size_t start) const {
     const std::size_t at = start + 1;
     if (at >= tableStart_ || (bytes_[at] & 0xF0U) != 0x10 || (bytes_[at] & 0x0FU) > 3) {
         refuseAtByte(Code::badLength, start);
@@ -182,22 +133,27 @@ std::size_t BinaryPropertyList::longCount(std::size_t start) const {
     if (width > tableStart_ - at - 1) {
         refuseAtByte(Code::badLength, start);
     }
-    const std::uint64_t count = bigEndian(at + 1, width);
+    const std::uint64_t count = bigEndian(at + 1, Width(width));
     if (count > limits::kArchiveSize) {
         refuseAtByte(Code::badLength, start);
     }
-    return static_cast<std::size_t>(count);
+    const Item item{marker.kind, start, at + 1 + width, static_cast<std::size_t>(count)};
+    checkExtent(item, marker);
+    if (item.isString() && item.count > limits::kStringLength) {
+        refuseAtByte(Code::stringTooLong, start);
+    }
+    return item;
 }
 
 std::int64_t BinaryPropertyList::integer(const Item& integer) const {
     if (integer.count < 8) {
-        return static_cast<std::int64_t>(bigEndian(integer.content, integer.count));
+        return static_cast<std::int64_t>(bigEndian(integer.content, Width(integer.count)));
     }
     const std::size_t low = integer.content + integer.count - 8;
-    const auto value = std::bit_cast<std::int64_t>(bigEndian(low, 8));
+    const auto value = std::bit_cast<std::int64_t>(bigEndian(low, Width(8)));
     // Sixteen bytes are how the platform writes an unsigned number above the signed range.
     if (integer.count == 16 &&
-        bigEndian(integer.content, 8) != (value < 0 ? ~std::uint64_t{0} : 0)) {
+        bigEndian(integer.content, Width(8)) != (value < 0 ? ~std::uint64_t{0} : 0)) {
         refuseAtByte(Code::integerOutOfRange, integer.start);
     }
     return value;
@@ -206,30 +162,17 @@ std::int64_t BinaryPropertyList::integer(const Item& integer) const {
 double BinaryPropertyList::real(const Item& real) const {
     if (real.count == 4) {
         return static_cast<double>(
-            std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(real.content, 4))));
+            std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(real.content, Width(4)))));
     }
-    return std::bit_cast<double>(bigEndian(real.content, 8));
+    return std::bit_cast<double>(bigEndian(real.content, Width(8)));
 }
 
 double BinaryPropertyList::date(const Item& date) const {
-    return std::bit_cast<double>(bigEndian(date.content, 8));
-}
-
-std::uint64_t BinaryPropertyList::uid(const Item& uid) const {
-    return bigEndian(uid.content, uid.count);
+    return std::bit_cast<double>(bigEndian(date.content, Width(8)));
 }
 
 ByteView BinaryPropertyList::data(const Item& data) const {
     return bytes_.subspan(data.content, data.count);
-}
-
-std::string_view BinaryPropertyList::ascii(const Item& string) const {
-    const auto* first = bytes_.data() + string.content;
-    if (!isASCII(first, string.count)) {
-        refuseAtByte(Code::badText, string.start);
-    }
-    // Bytes may be looked at as characters.
-    return {reinterpret_cast<const char*>(first), string.count};
 }
 
 std::string BinaryPropertyList::text(const Item& string) const {
@@ -237,7 +180,7 @@ std::string BinaryPropertyList::text(const Item& string) const {
         return std::string(ascii(string));
     }
     const auto unit = [&](std::size_t index) {
-        return static_cast<char32_t>(bigEndian(string.content + 2 * index, 2));
+        return static_cast<char32_t>(bigEndian(string.content + 2 * index, Width(2)));
     };
     std::string text;
     text.reserve(3 * string.count);
@@ -254,11 +197,6 @@ std::string BinaryPropertyList::text(const Item& string) const {
         appendUTF8(text, scalar);
     }
     return text;
-}
-
-bool BinaryPropertyList::equals(const Item& string, std::string_view text) const {
-    return string.kind == Kind::ascii && string.count == text.size() &&
-           std::memcmp(bytes_.data() + string.content, text.data(), text.size()) == 0;
 }
 
 } // namespace corvid

@@ -2,9 +2,12 @@
 
 #include "Core/Archive/ArchiveError.h"
 #include "Core/Base/Bytes.h"
+#include "Core/Base/UTF8.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -35,6 +38,7 @@ public:
     using Ref = std::uint32_t;
 
     enum class Kind : std::uint8_t {
+        absent, ///< of no value: what a search gives that finds nothing
         boolean,
         integer,
         real,
@@ -49,11 +53,13 @@ public:
 
     /// One value, its extent already checked against the object area.
     struct Item {
-        Kind kind;
-        std::size_t start;   ///< offset of the marker
-        std::size_t content; ///< offset of what follows marker and length
-        std::size_t count;   ///< bytes; code units of UTF-16; elements; pairs; 0 or 1 of a Boolean
+        Kind kind = Kind::absent;
+        std::size_t start = 0;   ///< offset of the marker
+        std::size_t content = 0; ///< offset of what follows marker and length
+        std::size_t count =
+            0; ///< bytes; code units of UTF-16; elements; pairs; 0 or 1 of a Boolean
 
+        bool isPresent() const { return kind != Kind::absent; }
         bool isString() const { return kind == Kind::ascii || kind == Kind::utf16; }
     };
 
@@ -67,7 +73,18 @@ public:
     std::size_t valueCount() const { return valueCount_; }
     Ref top() const { return top_; }
 
-    Item item(Ref ref) const;
+    // Here, since everything is read through it, several times a value.
+    Item item(Ref ref) const {
+        const auto start =
+            static_cast<std::size_t>(bigEndian(tableStart_ + ref * offsets_.bytes, offsets_));
+        const Marker marker = kMarkers[bytes_[start]];
+        if (marker.length != Marker::Length::here) {
+            return itemWithLengthBehind(start, marker);
+        }
+        const Item item{marker.kind, start, start + 1, marker.count};
+        checkExtent(item, marker);
+        return item;
+    }
 
     /// Element `index` of an array; the caller keeps it below `count`, here and below.
     Ref element(const Item& array, std::size_t index) const { return refAt(array.content, index); }
@@ -81,38 +98,77 @@ public:
     std::int64_t integer(const Item& integer) const;
     double real(const Item& real) const;
     double date(const Item& date) const;
-    std::uint64_t uid(const Item& uid) const;
+    std::uint64_t uid(const Item& uid) const { return bigEndian(uid.content, Width(uid.count)); }
     ByteView data(const Item& data) const;
 
     /// The characters of an `ascii` string. Borrowed from the list's bytes.
-    std::string_view ascii(const Item& string) const;
+    std::string_view ascii(const Item& string) const {
+        // Bytes may be looked at as characters.
+        const std::string_view text(reinterpret_cast<const char*>(bytes_.data() + string.content),
+                                    string.count);
+        if (!isASCII(text)) {
+            refuseAtByte(ArchiveError::Code::badText, string.start);
+        }
+        return text;
+    }
     /// Any string, as UTF-8.
     std::string text(const Item& string) const;
     /// True when the string is `text`, which is ASCII.
-    bool equals(const Item& string, std::string_view text) const;
+    bool equals(const Item& string, std::string_view text) const {
+        return string.kind == Kind::ascii && string.count == text.size() &&
+               std::memcmp(bytes_.data() + string.content, text.data(), text.size()) == 0;
+    }
 
 private:
+    /// What the count of a value counts.
+    enum Unit : std::uint8_t { kNothing, kByte, kUTF16, kReference, kPair, kUnits };
+
+    /// What a marker byte announces.
+    struct Marker {
+        enum class Length : std::uint8_t { unknown, here, behind };
+
+        Kind kind = Kind::absent;
+        Unit unit = kNothing;
+        std::uint8_t count = 0;
+        Length length = Length::unknown; ///< `unknown` for a type that no archive holds
+    };
+    static const std::array<Marker, 256> kMarkers;
+
+    /// That of an integer, of 1 to 8 bytes.
+    struct Width {
+        explicit Width(std::size_t width)
+            : bytes(width), mask(~std::uint64_t{0} >> (64 - 8 * width)) {}
+        std::size_t bytes;
+        std::uint64_t mask;
+    };
+
+    Item itemWithLengthBehind(std::size_t start, Marker marker) const;
+    void checkExtent(const Item& item, Marker marker) const {
+        // The count is far from the size at which the product could overflow.
+        if (item.count * unitSizes_[marker.unit] > tableStart_ - item.content) {
+            refuseAtByte(ArchiveError::Code::badLength, item.start);
+        }
+    }
+
     Ref refAt(std::size_t content, std::size_t index) const {
-        const std::size_t offset = content + index * refWidth_;
-        const std::uint64_t ref = bigEndian(offset, refWidth_);
+        const std::size_t offset = content + index * refs_.bytes;
+        const std::uint64_t ref = bigEndian(offset, refs_);
         if (ref >= valueCount_) {
             refuseAtByte(ArchiveError::Code::referenceOutOfRange, offset);
         }
         return static_cast<Ref>(ref);
     }
-    std::uint64_t bigEndian(std::size_t offset, std::size_t width) const {
-        std::uint64_t value = bytes_[offset];
-        for (std::size_t i = 1; i < width; ++i) {
-            value = (value << 8U) | bytes_[offset + i];
-        }
-        return value;
+    /// The integer at `offset`. Every integer lies behind the eight bytes of the signature, so the
+    /// eight bytes that end with it can be read in one piece.
+    std::uint64_t bigEndian(std::size_t offset, Width width) const {
+        return bigEndian64(bytes_.data() + offset + width.bytes - 8) & width.mask;
     }
-    std::size_t longCount(std::size_t start) const;
 
     ByteView bytes_;
     std::size_t tableStart_ = 0;
-    std::size_t offsetWidth_ = 0;
-    std::size_t refWidth_ = 0;
+    Width offsets_{8};
+    Width refs_{8};
+    std::array<std::uint8_t, kUnits> unitSizes_{}; ///< bytes of each unit that a count may count
     std::size_t valueCount_ = 0;
     Ref top_ = 0;
 };

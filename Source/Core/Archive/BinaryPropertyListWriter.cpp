@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <string>
 
 namespace corvid {
@@ -24,87 +25,20 @@ std::uint8_t byteOf(std::uint64_t value) {
     return static_cast<std::uint8_t>(value & 0xFFU);
 }
 
+// `width` is 1, 2, 4 or 8.
 void putBigEndian(std::uint8_t* out, std::uint64_t value, std::size_t width) {
     for (std::size_t i = width; i-- > 0; value >>= 8U) {
         out[i] = byteOf(value);
     }
 }
 
-bool isASCII(std::string_view text) {
-    unsigned all = 0;
-    for (const char c : text) {
-        all |= static_cast<unsigned char>(c);
+void copy(const void* from, std::size_t size, std::uint8_t* to) {
+    if (size != 0) { // else `from` may be null
+        std::memcpy(to, from, size);
     }
-    return all < 0x80;
 }
 
-} // namespace
-
-BinaryPropertyListWriter::BinaryPropertyListWriter(std::size_t valueCount, std::size_t byteCount)
-    : refWidth_(widthOf(valueCount)) {
-    bytes_.reserve(byteCount);
-    offsets_.reserve(valueCount);
-    bytes_.assign(kHeader.begin(), kHeader.end());
-}
-
-void BinaryPropertyListWriter::bigEndian(std::uint64_t value, std::size_t width) {
-    putBigEndian(extend(width), value, width);
-}
-
-void BinaryPropertyListWriter::marker(unsigned kind, std::size_t count) {
-    if (count < 15) {
-        bytes_.push_back(byteOf(kind | count));
-        return;
-    }
-    bytes_.push_back(byteOf(kind | 15U));
-    const std::size_t width = widthOf(count);
-    bytes_.push_back(byteOf(0x10U | log2Of(width)));
-    bigEndian(count, width);
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::boolean(bool value) {
-    const Ref ref = begin();
-    bytes_.push_back(value ? 0x09 : 0x08);
-    return ref;
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::integer(std::int64_t value) {
-    const Ref ref = begin();
-    const auto bits = std::bit_cast<std::uint64_t>(value);
-    const std::size_t width = widthOf(bits);
-    bytes_.push_back(byteOf(0x10U | log2Of(width)));
-    bigEndian(bits, width);
-    return ref;
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::real(double value) {
-    const Ref ref = begin();
-    bytes_.push_back(0x23);
-    bigEndian(std::bit_cast<std::uint64_t>(value), 8);
-    return ref;
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::date(double seconds) {
-    const Ref ref = begin();
-    bytes_.push_back(0x33);
-    bigEndian(std::bit_cast<std::uint64_t>(seconds), 8);
-    return ref;
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::data(ByteView bytes) {
-    const Ref ref = begin();
-    marker(0x40, bytes.size());
-    bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-    return ref;
-}
-
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::text(std::string_view utf8) {
-    const Ref ref = begin();
-    if (isASCII(utf8)) {
-        marker(0x50, utf8.size());
-        std::ranges::copy(utf8, extend(utf8.size()));
-        return ref;
-    }
+std::u16string utf16Of(std::string_view utf8) {
     std::u16string units;
     units.reserve(utf8.size());
     while (!utf8.empty()) {
@@ -118,38 +52,99 @@ BinaryPropertyListWriter::Ref BinaryPropertyListWriter::text(std::string_view ut
             units += static_cast<char16_t>(0xDC00U + (above & 0x3FFU));
         }
     }
-    marker(0x60, units.size());
-    std::uint8_t* out = extend(2 * units.size());
+    return units;
+}
+
+} // namespace
+
+BinaryPropertyListWriter::BinaryPropertyListWriter(std::size_t valueCount, std::size_t byteCount)
+    : bytes_(kHeader.size() + byteCount), refWidth_(widthOf(valueCount)) {
+    offsets_.reserve(valueCount);
+    std::ranges::copy(kHeader, extend(kHeader.size()));
+}
+
+void BinaryPropertyListWriter::grow(std::size_t size) {
+    bytes_.resize(std::max(2 * bytes_.size(), size_ + size));
+}
+
+std::uint8_t* BinaryPropertyListWriter::begin(unsigned kind, std::size_t count, std::size_t size) {
+    begin();
+    if (count < 15) {
+        std::uint8_t* const out = extend(1 + size);
+        *out = byteOf(kind | count);
+        return out + 1;
+    }
+    const std::size_t width = widthOf(count);
+    std::uint8_t* const out = extend(2 + width + size);
+    out[0] = byteOf(kind | 15U);
+    out[1] = byteOf(0x10U | log2Of(width));
+    putBigEndian(out + 2, count, width);
+    return out + 2 + width;
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::number(unsigned marker, std::uint64_t bits,
+                                                               std::size_t width) {
+    const Ref ref = begin();
+    std::uint8_t* const out = extend(1 + width);
+    *out = byteOf(marker);
+    putBigEndian(out + 1, bits, width);
+    return ref;
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::boolean(bool value) {
+    return number(value ? 0x09 : 0x08, 0, 0);
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::integer(std::int64_t value) {
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    const std::size_t width = widthOf(bits);
+    return number(0x10U | log2Of(width), bits, width);
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::real(double value) {
+    return number(0x23, std::bit_cast<std::uint64_t>(value), 8);
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::date(double seconds) {
+    return number(0x33, std::bit_cast<std::uint64_t>(seconds), 8);
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::uid(std::uint64_t uid) {
+    const std::size_t width = widthOf(uid);
+    return number(0x80U | static_cast<unsigned>(width - 1), uid, width);
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::data(ByteView bytes) {
+    copy(bytes.data(), bytes.size(), begin(0x40, bytes.size(), bytes.size()));
+    return lastRef();
+}
+
+BinaryPropertyListWriter::Ref BinaryPropertyListWriter::text(std::string_view utf8) {
+    if (isASCII(utf8)) {
+        copy(utf8.data(), utf8.size(), begin(0x50, utf8.size(), utf8.size()));
+        return lastRef();
+    }
+    const std::u16string units = utf16Of(utf8);
+    std::uint8_t* out = begin(0x60, units.size(), 2 * units.size());
     for (const char16_t unit : units) {
         putBigEndian(out, unit, 2);
         out += 2;
     }
-    return ref;
+    return lastRef();
 }
 
-BinaryPropertyListWriter::Ref BinaryPropertyListWriter::uid(std::uint64_t uid) {
-    const Ref ref = begin();
-    const std::size_t width = widthOf(uid);
-    std::uint8_t* out = extend(1 + width);
-    *out = byteOf(0x80U | (width - 1));
-    putBigEndian(out + 1, uid, width);
-    return ref;
+BinaryPropertyListWriter::Container
+BinaryPropertyListWriter::container(unsigned kind, std::size_t count, std::size_t refs) {
+    const std::uint8_t* const content = begin(kind, count, refs * refWidth_);
+    return {lastRef(), static_cast<std::size_t>(content - bytes_.data()), count};
 }
 
 BinaryPropertyListWriter::Container BinaryPropertyListWriter::array(std::size_t count) {
-    const Ref ref = begin();
-    marker(0xA0, count);
-    const Container container{ref, bytes_.size(), count};
-    bytes_.resize(bytes_.size() + count * refWidth_);
-    return container;
+    return container(0xA0, count, count);
 }
 
 BinaryPropertyListWriter::Container BinaryPropertyListWriter::dictionary(std::size_t count) {
-    const Ref ref = begin();
-    marker(0xD0, count);
-    const Container container{ref, bytes_.size(), count};
-    bytes_.resize(bytes_.size() + 2 * count * refWidth_);
-    return container;
+    return container(0xD0, count, 2 * count);
 }
 
 void BinaryPropertyListWriter::setRef(std::size_t offset, Ref ref) {
@@ -167,24 +162,26 @@ void BinaryPropertyListWriter::setPair(const Container& dictionary, std::size_t 
 }
 
 void BinaryPropertyListWriter::dropLast() {
-    bytes_.resize(offsets_.back());
+    size_ = offsets_.back();
     offsets_.pop_back();
 }
 
 Bytes BinaryPropertyListWriter::finish(Ref top) {
-    const std::size_t table = bytes_.size();
+    const std::size_t table = size_;
     const std::size_t offsetWidth = widthOf(table);
     std::uint8_t* out = extend(offsets_.size() * offsetWidth);
     for (const std::size_t offset : offsets_) {
         putBigEndian(out, offset, offsetWidth);
         out += offsetWidth;
     }
-    bigEndian(0, 6);
-    bytes_.push_back(byteOf(offsetWidth));
-    bytes_.push_back(byteOf(refWidth_));
-    bigEndian(offsets_.size(), 8);
-    bigEndian(top, 8);
-    bigEndian(table, 8);
+    out = extend(32);
+    std::fill_n(out, 6, std::uint8_t{0});
+    out[6] = byteOf(offsetWidth);
+    out[7] = byteOf(refWidth_);
+    putBigEndian(out + 8, offsets_.size(), 8);
+    putBigEndian(out + 16, top, 8);
+    putBigEndian(out + 24, table, 8);
+    bytes_.resize(size_);
     return std::move(bytes_);
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Core/Archive/FirstMemory.h"
 #include "Core/Base/Bytes.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory_resource>
@@ -55,23 +55,31 @@ public:
 
 private:
     Ref begin() {
-        offsets_.push_back(bytes_.size());
-        return offsets_.size() - 1;
+        offsets_.push_back(size_);
+        return lastRef();
     }
+    Ref lastRef() const { return offsets_.size() - 1; }
     /// Room for `size` bytes at the end, to be written at once.
     std::uint8_t* extend(std::size_t size) {
-        const std::size_t end = bytes_.size();
-        bytes_.resize(end + size);
-        return bytes_.data() + end;
+        if (size > bytes_.size() - size_) {
+            grow(size);
+        }
+        std::uint8_t* const room = bytes_.data() + size_;
+        size_ += size;
+        return room;
     }
-    void marker(unsigned kind, std::size_t count);
-    void bigEndian(std::uint64_t value, std::size_t width);
+    void grow(std::size_t size);
+    /// A marker with the count behind it and `size` bytes of content; gives where these go.
+    std::uint8_t* begin(unsigned kind, std::size_t count, std::size_t size);
+    Container container(unsigned kind, std::size_t count, std::size_t refs);
+    Ref number(unsigned marker, std::uint64_t bits, std::size_t width);
     void setRef(std::size_t offset, Ref ref);
 
+    // The first `size_` bytes are written, the others room: so a vector costs no more than an
+    // array.
     Bytes bytes_;
-    // A small list takes no further allocation for its offsets.
-    std::array<std::byte, 1024> firstMemory_;
-    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    std::size_t size_ = 0;
+    FirstMemory<1024> memory_;
     std::pmr::vector<std::size_t> offsets_{&memory_};
     std::size_t refWidth_;
 };

@@ -1,5 +1,7 @@
 #include "Core/Archive/IdentityMap.h"
 
+#include <algorithm>
+#include <bit>
 #include <utility>
 
 namespace corvid {
@@ -28,9 +30,15 @@ IdentityMap::Entry& IdentityMap::place(Key key) {
     return entries_[index];
 }
 
-void IdentityMap::grow() {
-    std::pmr::vector<Entry> old(entries_.empty() ? kFirstSize : 2 * entries_.size(),
-                                entries_.get_allocator());
+void IdentityMap::expect(std::size_t count) {
+    const std::size_t wanted = 2 * (used_ + count); // At most half of the entries are used.
+    if (wanted > entries_.size()) {
+        resize(std::bit_ceil(std::max(wanted, kFirstSize)));
+    }
+}
+
+void IdentityMap::resize(std::size_t size) {
+    std::pmr::vector<Entry> old(size, entries_.get_allocator());
     std::swap(old, entries_);
     for (const Entry& entry : old) {
         if (entry.kind != 0) {
@@ -40,9 +48,7 @@ void IdentityMap::grow() {
 }
 
 std::uint32_t& IdentityMap::operator[](Key key) {
-    if (2 * (used_ + 1) > entries_.size()) {
-        grow();
-    }
+    expect(1);
     Entry& entry = place(key);
     if (entry.kind == 0) {
         entry.kind = static_cast<std::uint32_t>(key.kind);

@@ -24,6 +24,9 @@ public:
     /// `memory` must live as long as the map.
     explicit IdentityMap(std::pmr::memory_resource* memory) : entries_(memory) {}
 
+    /// Makes room for `count` more keys.
+    void expect(std::size_t count);
+
     /// The number under `key`, 0 when it is new. Valid until the next call.
     std::uint32_t& operator[](Key key);
 
@@ -35,7 +38,7 @@ private:
     };
 
     Entry& place(Key key);
-    void grow();
+    void resize(std::size_t size);
 
     std::pmr::vector<Entry> entries_;
     std::size_t used_ = 0;

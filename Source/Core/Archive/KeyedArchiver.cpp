@@ -17,8 +17,18 @@ using KeyKind = IdentityMap::Key::Kind;
 // The values of the container itself: the top dictionary and its four keys, the version, the
 // archiver's name, the list of objects, "$top"'s dictionary with one key and one reference.
 constexpr std::size_t kFrameValues = 11;
-// What a value takes in a message full of URLs, its offset included.
-constexpr std::size_t kTypicalValueSize = 16;
+// What `valueCount` values take in a message full of URLs: references and offsets are wider in a
+// larger one.
+constexpr std::size_t typicalSize(std::size_t valueCount) {
+    return valueCount * (valueCount <= 0xFF ? 9 : valueCount <= 0xFFFF ? 14 : 22);
+}
+
+template <class Vector>
+void makeRoom(Vector& vector, std::size_t count) {
+    if (count > vector.capacity() - vector.size()) {
+        vector.reserve(std::max(2 * vector.capacity(), vector.size() + count));
+    }
+}
 
 // What the platform writes for an item in its own places, so that it is not written again behind.
 // The picture is last: it is left out only when the item has a new one.
@@ -73,9 +83,24 @@ IdentityMap::Key keyOf(const Value& value) {
 
 } // namespace
 
+KeyedArchiver::KeyedArchiver() {
+    // Enough for a badge request.
+    constexpr std::size_t kFew = 16;
+    objects_.reserve(kFew);
+    fields_.reserve(kFew);
+    uids_.reserve(kFew);
+    classes_.reserve(kFew / 2);
+}
+
 Bytes KeyedArchiver::archive(const Value& root) {
     newObject(); // Number 0 is nil.
     return write(encode(root));
+}
+
+void KeyedArchiver::expect(std::size_t count) {
+    makeRoom(uids_, count);
+    makeRoom(objects_, 2 * count); // A URL and its text.
+    known_.expect(count);
 }
 
 // --- Numbering --------------------------------------------------------------------------------
@@ -125,6 +150,7 @@ KeyedArchiver::UID KeyedArchiver::encode(const Value& value) {
     if (const Dictionary* dictionary = value.asDictionary()) {
         objects_[uid].form = Form::object;
         const std::size_t count = dictionary->entries.size();
+        expect(2 * count);
         const std::size_t first = uids_.size();
         uids_.resize(first + 2 * count);
         for (std::size_t i = 0; i < count; ++i) {
@@ -135,9 +161,8 @@ KeyedArchiver::UID KeyedArchiver::encode(const Value& value) {
             const UID element = encode(dictionary->entries[i].second);
             uids_[first + count + i] = element;
         }
-        const NodeField fields[] = {
-            {keys::kDictionaryKeys, {Form::uids, 0, first, nullptr, count}},
-            {keys::kElements, {Form::uids, 0, first + count, nullptr, count}}};
+        const NodeField fields[] = {{keys::kDictionaryKeys, {Form::uids, 0, {first}, count}},
+                                    {keys::kElements, {Form::uids, 0, {first + count}, count}}};
         fill(uid, fields,
              dictionary->isMutable ? classUID(kMutableDictionaryChain)
                                    : classUID(kDictionaryChain));
@@ -197,8 +222,9 @@ KeyedArchiver::UID KeyedArchiver::encodeURL(const URL& url) {
     objects_[uid].form = Form::object;
     const UID base = url.base() != nullptr ? encodeURL(*url.base()) : 0;
     const UID text = newText(url.relativeString());
-    const NodeField fields[] = {{keys::kBase, uidNode(base)}, {keys::kRelative, uidNode(text)}};
-    fill(uid, fields, classUID(kURLChain));
+    objects_[uid] = {Form::url, classUID(kURLChain), {base}, text};
+    // The dictionary, its three keys and the references under them.
+    valueCount_ += 7;
     return uid;
 }
 
@@ -219,8 +245,7 @@ KeyedArchiver::UID KeyedArchiver::encodeMenu(const Menu& menu) {
         const UID item = encodeMenuItem(*menu.items[i], &menu);
         uids_[first + i] = item;
     }
-    const NodeField elements[] = {
-        {keys::kElements, {Form::uids, 0, first, nullptr, menu.items.size()}}};
+    const NodeField elements[] = {{keys::kElements, {Form::uids, 0, {first}, menu.items.size()}}};
     fill(list, elements, classUID(kMutableArrayChain));
     if (!menu.autoenablesItems) {
         fields.push_back({keys::kNoAutoenable, inPlaceNode(Value::boolean(true))});
@@ -318,7 +343,7 @@ KeyedArchiver::UID KeyedArchiver::classUID(Chain chain) {
         }
     }
     const UID uid = newObject();
-    objects_[uid] = {Form::classDefinition, 0, classes_.size()};
+    objects_[uid] = {Form::classDefinition, 0, {classes_.size()}};
     // The dictionary, its two keys, the name, the chain and its names.
     valueCount_ += 5 + chain.size();
     classes_.push_back({chain, nullptr, uid});
@@ -332,7 +357,7 @@ KeyedArchiver::UID KeyedArchiver::classUID(const ObjectClass& described) {
         }
     }
     const UID uid = newObject();
-    objects_[uid] = {Form::classDefinition, 0, classes_.size()};
+    objects_[uid] = {Form::classDefinition, 0, {classes_.size()}};
     valueCount_ += 5 + described.chain.size();
     if (!described.hints.empty()) {
         valueCount_ += 2 + described.hints.size();
@@ -342,7 +367,7 @@ KeyedArchiver::UID KeyedArchiver::classUID(const ObjectClass& described) {
 }
 
 void KeyedArchiver::fill(UID uid, std::span<const NodeField> fields, UID type) {
-    objects_[uid] = {Form::object, type, fields_.size(), nullptr, fields.size()};
+    objects_[uid] = {Form::object, type, {fields_.size()}, fields.size()};
     fields_.insert(fields_.end(), fields.begin(), fields.end());
     for (const NodeField& field : fields) {
         ++valueCount_;
@@ -356,36 +381,45 @@ void KeyedArchiver::count(const Node& node) {
     valueCount_ += 1 + (node.form == Form::uids ? node.size : 0);
 }
 
-KeyedArchiver::Node KeyedArchiver::uidNode(UID uid) const {
-    return {Form::uid, 0, uid};
+KeyedArchiver::Node KeyedArchiver::uidNode(UID uid) {
+    return {Form::uid, 0, {uid}};
 }
 
-KeyedArchiver::Node KeyedArchiver::textNode(std::string_view text) const {
-    return {Form::text, 0, 0, text.data(), text.size()};
+KeyedArchiver::Node KeyedArchiver::bytesNode(Form form, const void* data, std::size_t size) {
+    Node node;
+    node.form = form;
+    node.data = data;
+    node.size = size;
+    return node;
+}
+
+KeyedArchiver::Node KeyedArchiver::textNode(std::string_view text) {
+    return bytesNode(Form::text, text.data(), text.size());
 }
 
 KeyedArchiver::Node KeyedArchiver::uidsOf(std::span<const Value> values) {
+    expect(values.size());
     const std::size_t first = uids_.size();
     uids_.resize(first + values.size());
     for (std::size_t i = 0; i < values.size(); ++i) {
         const UID uid = encode(values[i]);
         uids_[first + i] = uid;
     }
-    return {Form::uids, 0, first, nullptr, values.size()};
+    return {Form::uids, 0, {first}, values.size()};
 }
 
 KeyedArchiver::Node KeyedArchiver::inPlaceNode(const Value& value) {
     if (const bool* boolean = value.asBoolean()) {
-        return {Form::boolean, 0, *boolean ? 1U : 0U};
+        return {Form::boolean, 0, {*boolean ? 1U : 0U}};
     }
     if (const std::int64_t* integer = value.asInteger()) {
-        return {Form::integer, 0, std::bit_cast<std::uint64_t>(*integer)};
+        return {Form::integer, 0, {std::bit_cast<std::uint64_t>(*integer)}};
     }
     if (const double* real = value.asReal()) {
-        return {Form::real, 0, std::bit_cast<std::uint64_t>(*real)};
+        return {Form::real, 0, {std::bit_cast<std::uint64_t>(*real)}};
     }
     if (const Data* data = value.asData()) {
-        return {Form::data, 0, 0, data->bytes.data(), data->bytes.size()};
+        return bytesNode(Form::data, data->bytes.data(), data->bytes.size());
     }
     const std::string* text = value.asString();
     return text != nullptr ? textNode(*text) : Node{};
@@ -397,7 +431,7 @@ KeyedArchiver::Node KeyedArchiver::slotNode(const Slot& slot) {
     }
     if (const auto* inPlace = std::get_if<Slot::InPlace>(&slot.content)) {
         if (const Date* date = inPlace->value.asDate()) {
-            return {Form::date, 0, std::bit_cast<std::uint64_t>(date->secondsSinceReferenceDate)};
+            return {Form::date, 0, {std::bit_cast<std::uint64_t>(date->secondsSinceReferenceDate)}};
         }
         return inPlaceNode(inPlace->value);
     }
@@ -417,7 +451,7 @@ KeyedArchiver::Node KeyedArchiver::slotNode(const Slot& slot) {
         return uidNode(opaque != nullptr ? encode(Value::opaque(std::move(opaque))) : 0);
     }
     const auto append = [this](std::vector<NodeField> children, Form form) {
-        const Node node{form, 0, fields_.size(), nullptr, children.size()};
+        const Node node{form, 0, {fields_.size()}, children.size()};
         for (const NodeField& child : children) {
             valueCount_ += form == Form::record ? 1 : 0;
             count(child.node);
@@ -468,7 +502,7 @@ KeyedArchiver::NodeField KeyedArchiver::member(const FieldList& otherFields, std
 Bytes KeyedArchiver::write(UID root) {
     // "$null" is the first object.
     const std::size_t valueCount = kFrameValues + 1 + valueCount_;
-    BinaryPropertyListWriter writer(valueCount, valueCount * kTypicalValueSize);
+    BinaryPropertyListWriter writer(valueCount, typicalSize(valueCount));
     writer_ = &writer;
     writtenUIDs_.resize(objects_.size());
 
@@ -542,6 +576,8 @@ KeyedArchiver::Ref KeyedArchiver::write(const Node& node) {
         }
         return dictionary.ref;
     }
+    case Form::url:
+        return writeURL(node);
     case Form::classDefinition:
         return writeClass(classes_[node.bits]);
     }
@@ -565,6 +601,17 @@ KeyedArchiver::Ref KeyedArchiver::writeBoolean(bool value) {
         first = ref;
     }
     return first;
+}
+
+KeyedArchiver::Ref KeyedArchiver::writeURL(const Node& url) {
+    const auto dictionary = writer_->dictionary(3);
+    const Ref base = writer_->text(keys::kBase);
+    const Ref relative = writer_->text(keys::kRelative);
+    const Ref type = writer_->text(keys::kClass);
+    writer_->setPair(dictionary, 0, base, writeUID(static_cast<UID>(url.bits)));
+    writer_->setPair(dictionary, 1, relative, writeUID(static_cast<UID>(url.size)));
+    writer_->setPair(dictionary, 2, type, writeUID(url.classUID));
+    return dictionary.ref;
 }
 
 KeyedArchiver::Ref KeyedArchiver::writeClass(const ClassNames& names) {

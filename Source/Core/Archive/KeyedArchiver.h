@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Core/Archive/BinaryPropertyListWriter.h"
+#include "Core/Archive/FirstMemory.h"
 #include "Core/Archive/IdentityMap.h"
 #include "Core/Archive/Menu.h"
 #include "Core/Archive/OpaqueObject.h"
@@ -26,6 +27,8 @@ namespace corvid {
 /// writes them all: the width of references depends on how many there are.
 class KeyedArchiver {
 public:
+    KeyedArchiver();
+
     Bytes archive(const Value& root);
 
 private:
@@ -45,17 +48,21 @@ private:
         list,
         record,
         object,
+        url, ///< an object that needs no fields: `bits` is the UID of its base
         classDefinition,
     };
 
-    /// What is written: an object, or what stands under a key. `bits` is the number itself or the
-    /// first index in `uids_` or `fields_`; `size` counts from there.
+    /// What is written: an object, or what stands under a key. Small, since a message may have
+    /// hundreds of thousands.
     struct Node {
         Form form = Form::nil;
         UID classUID = 0;
-        std::uint64_t bits = 0;
-        const void* data = nullptr;
-        std::size_t size = 0;
+        union {
+            std::uint64_t bits =
+                0;            ///< the number itself, or the first index in `uids_` or `fields_`
+            const void* data; ///< of `text` and `data`
+        };
+        std::size_t size = 0; ///< counts from there; of a URL, the UID of its text
     };
 
     struct NodeField {
@@ -72,6 +79,10 @@ private:
         UID uid = 0;
     };
 
+    /// Makes room for `count` more values at once, since growing step by step copies and touches
+    /// twice the memory.
+    void expect(std::size_t count);
+
     // Numbering. Each `encode…` gives the number of the object, new or met before.
     UID newObject();
     UID encode(const Value& value);
@@ -87,8 +98,9 @@ private:
     std::pair<UID, bool> claim(IdentityMap::Key key);
 
     void fill(UID uid, std::span<const NodeField> fields, UID type);
-    Node uidNode(UID uid) const;
-    Node textNode(std::string_view text) const;
+    static Node uidNode(UID uid);
+    static Node bytesNode(Form form, const void* data, std::size_t size);
+    static Node textNode(std::string_view text);
     Node uidsOf(std::span<const Value> values);
     Node slotNode(const Slot& slot);
     void append(std::vector<NodeField>& fields, const FieldList& others,
@@ -102,11 +114,10 @@ private:
     Ref write(const Node& node);
     Ref writeUID(UID uid);
     Ref writeBoolean(bool value);
+    Ref writeURL(const Node& url);
     Ref writeClass(const ClassNames& names);
 
-    // A small message is written without a further allocation for these.
-    std::array<std::byte, 4096> firstMemory_;
-    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    FirstMemory<4096> memory_;
     std::pmr::vector<Node> objects_{&memory_};
     std::pmr::vector<NodeField> fields_{&memory_};
     std::pmr::vector<UID> uids_{&memory_};

@@ -57,36 +57,38 @@ Value KeyedUnarchiver::root() {
         refuseAtByte(Code::notAnArchive, archive.start);
     }
     const Fields fields(*this, archive, 0);
-    const auto archiver = fields.find(keys::kArchiver);
-    const auto top = fields.find(keys::kTop);
-    if (!archiver && !top) {
+    const Item archiver = fields.find(keys::kArchiver);
+    const Item top = fields.find(keys::kTop);
+    if (!archiver.isPresent() && !top.isPresent()) {
         refuseAtByte(Code::notAnArchive, archive.start);
     }
-    if (!archiver || !archiver->isString() || !list_.equals(*archiver, keys::kKeyedArchiver)) {
-        refuseAtByte(Code::unknownArchiver, archiver ? archiver->start : archive.start);
+    const auto refuse = [&](Code code, const Item& culprit) {
+        refuseAtByte(code, culprit.isPresent() ? culprit.start : archive.start);
+    };
+    if (!list_.equals(archiver, keys::kKeyedArchiver)) {
+        refuse(Code::unknownArchiver, archiver);
     }
-    const auto version = fields.find(keys::kVersion);
-    if (!version || version->kind != Kind::integer ||
-        list_.integer(*version) != keys::kArchiveVersion) {
-        refuseAtByte(Code::unsupportedVersion, version ? version->start : archive.start);
+    const Item version = fields.find(keys::kVersion);
+    if (version.kind != Kind::integer || list_.integer(version) != keys::kArchiveVersion) {
+        refuse(Code::unsupportedVersion, version);
     }
-    const auto objects = fields.find(keys::kObjects);
-    if (!objects || objects->kind != Kind::array) {
-        refuseAtByte(Code::missingObjects, objects ? objects->start : archive.start);
+    const Item objects = fields.find(keys::kObjects);
+    if (objects.kind != Kind::array) {
+        refuse(Code::missingObjects, objects);
     }
-    if (!top || top->kind != Kind::dictionary) {
-        refuseAtByte(Code::missingRoot, top ? top->start : archive.start);
+    if (top.kind != Kind::dictionary) {
+        refuse(Code::missingRoot, top);
     }
     std::uint64_t rootUID = 0;
     {
-        const Fields topFields(*this, *top, 0);
-        const auto root = topFields.find(keys::kRoot);
-        if (!root || root->kind != Kind::uid) {
-            refuseAtByte(Code::missingRoot, top->start);
+        const Fields topFields(*this, top, 0);
+        const Item root = topFields.find(keys::kRoot);
+        if (root.kind != Kind::uid) {
+            refuse(Code::missingRoot, top);
         }
-        rootUID = list_.uid(*root);
+        rootUID = list_.uid(root);
     }
-    objects_ = *objects;
+    objects_ = objects;
     if (rootUID == 0) {
         refuseAtObject(Code::nilRoot, 0);
     }
@@ -135,21 +137,23 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, const Item& dictionary, 
         owner.charge(wanted * sizeof(RawField));
         owner.rawFields_.reserve(wanted);
     }
+    owner.rawFields_.resize(first_ + count_);
     for (std::size_t i = 0; i < count_; ++i) {
-        owner.rawFields_.push_back(
-            {owner.keyText(list.item(list.key(dictionary, i))), list.value(dictionary, i)});
+        RawField& field = owner.rawFields_[first_ + i];
+        field.key = owner.keyText(list.item(list.key(dictionary, i)));
+        field.value = list.value(dictionary, i);
     }
     checkDistinct();
 }
 
 void KeyedUnarchiver::Fields::checkDistinct() const {
-    const auto begin = owner_.rawFields_.begin() + static_cast<std::ptrdiff_t>(first_);
-    const auto end = owner_.rawFields_.end();
+    const std::span<const RawField> fields = all();
     if (count_ <= kFewKeys) {
-        for (auto field = begin; field != end; ++field) {
-            if (std::any_of(begin, field,
-                            [&](const RawField& other) { return other.key == field->key; })) {
-                refuseAtObject(Code::duplicateKey, uid_, field->key);
+        for (std::size_t i = 1; i < count_; ++i) {
+            for (std::size_t j = 0; j < i; ++j) {
+                if (fields[i].key == fields[j].key) {
+                    refuseAtObject(Code::duplicateKey, uid_, fields[i].key);
+                }
             }
         }
         return;
@@ -157,7 +161,7 @@ void KeyedUnarchiver::Fields::checkDistinct() const {
     std::vector<std::string_view> sorted;
     owner_.charge(count_ * sizeof(std::string_view));
     sorted.reserve(count_);
-    std::transform(begin, end, std::back_inserter(sorted), [](const RawField& f) { return f.key; });
+    std::ranges::transform(fields, std::back_inserter(sorted), &RawField::key);
     std::ranges::sort(sorted);
     const auto twin = std::ranges::adjacent_find(sorted);
     if (twin != sorted.end()) {
@@ -165,32 +169,31 @@ void KeyedUnarchiver::Fields::checkDistinct() const {
     }
 }
 
-std::optional<BinaryPropertyList::Item> KeyedUnarchiver::Fields::find(std::string_view key) const {
-    for (std::size_t i = 0; i < count_; ++i) {
-        const RawField field = at(i);
+BinaryPropertyList::Item KeyedUnarchiver::Fields::find(std::string_view key) const {
+    for (const RawField& field : all()) {
         if (field.key == key) {
             return owner_.list_.item(field.value);
         }
     }
-    return std::nullopt;
+    return {};
 }
 
 BinaryPropertyList::Item KeyedUnarchiver::Fields::require(std::string_view key) const {
-    const auto item = find(key);
-    if (!item) {
+    const Item item = find(key);
+    if (!item.isPresent()) {
         refuseAtObject(Code::missingKey, uid_, key);
     }
-    return *item;
+    return item;
 }
 
 // --- Classes ----------------------------------------------------------------------------------
 
 const KeyedUnarchiver::Class& KeyedUnarchiver::classOf(const Fields& fields) {
-    const auto reference = fields.find(keys::kClass);
-    if (!reference || reference->kind != Kind::uid) {
+    const Item reference = fields.find(keys::kClass);
+    if (reference.kind != Kind::uid) {
         refuseAtObject(Code::missingClass, fields.uid());
     }
-    const std::uint64_t uid = list_.uid(*reference);
+    const std::uint64_t uid = list_.uid(reference);
     if (uid >= objects_.count) {
         refuseAtObject(Code::uidOutOfRange, fields.uid(), keys::kClass);
     }
@@ -236,10 +239,10 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
         refuseAtObject(Code::badClass, uid);
     }
     const Fields fields(*this, item, uid);
-    const auto className = fields.find(keys::kClassName);
-    const auto chain = fields.find(keys::kClasses);
-    if (!className || !className->isString() || !chain || chain->kind != Kind::array ||
-        chain->count == 0 || chain->count > limits::kClassChain) {
+    const Item className = fields.find(keys::kClassName);
+    const Item chain = fields.find(keys::kClasses);
+    if (!className.isString() || chain.kind != Kind::array || chain.count == 0 ||
+        chain.count > limits::kClassChain) {
         refuseAtObject(Code::badClass, uid);
     }
     const auto names = [&](const Item& array) {
@@ -257,8 +260,8 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
         return result;
     };
     Class type;
-    for (std::size_t i = 0; i < chain->count; ++i) {
-        const Item name = list_.item(list_.element(*chain, i));
+    for (std::size_t i = 0; i < chain.count; ++i) {
+        const Item name = list_.item(list_.element(chain, i));
         const auto known = std::ranges::find_if(
             kKnown, [&](const Known& each) { return list_.equals(name, each.name); });
         if (known != std::end(kKnown)) {
@@ -270,12 +273,12 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
     }
     if (!type.isExact) {
         ObjectClass described;
-        chargeText(3 * className->count);
-        described.name = list_.text(*className);
-        described.chain = names(*chain);
-        const auto hints = fields.find(keys::kClassHints);
-        if (hints && hints->kind == Kind::array && hints->count <= limits::kClassChain) {
-            described.hints = names(*hints);
+        chargeText(3 * className.count);
+        described.name = list_.text(className);
+        described.chain = names(chain);
+        const Item hints = fields.find(keys::kClassHints);
+        if (hints.kind == Kind::array && hints.count <= limits::kClassChain) {
+            described.hints = names(hints);
         }
         charge(kSharedOverhead + sizeof(ObjectClass));
         type.described = std::make_shared<const ObjectClass>(std::move(described));
@@ -377,11 +380,11 @@ Value KeyedUnarchiver::readKeyed(std::uint64_t uid, const Item& item) {
 Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
     switch (type.model) {
     case Model::string: {
-        const auto string = fields.find(keys::kString);
+        const Item string = fields.find(keys::kString);
         charge(kSharedOverhead + sizeof(String));
-        if (string) {
+        if (string.isPresent()) {
             return Value::of(
-                String{text(fields, keys::kString, *string).value_or(""), type.isMutable});
+                String{text(fields, keys::kString, string).value_or(""), type.isMutable});
         }
         const Bytes raw = bytes(fields, fields.require(keys::kStringBytes), keys::kStringBytes);
         std::string utf8(raw.begin(), raw.end());
@@ -392,11 +395,10 @@ Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
         return Value::of(String{std::move(utf8), type.isMutable});
     }
     case Model::data: {
-        const auto data = fields.find(keys::kData);
-        const std::string_view key = data ? keys::kData : keys::kStringBytes;
+        const Item data = fields.find(keys::kData);
+        const std::string_view key = data.isPresent() ? keys::kData : keys::kStringBytes;
         charge(kSharedOverhead + sizeof(Data));
-        return Value::of(
-            Data{bytes(fields, data ? *data : fields.require(key), key), type.isMutable});
+        return Value::of(Data{bytes(fields, fields.require(key), key), type.isMutable});
     }
     case Model::date: {
         const Item time = fields.require(keys::kTime);
@@ -426,15 +428,15 @@ Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
 
 KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, std::string_view key,
                                                         std::string_view numbered) const {
-    References result{fields, key, numbered, fields.find(key), 0};
-    if (result.list) {
-        if (result.list->kind != Kind::array) {
+    References result{fields, key, numbered, fields.find(key)};
+    if (result.list.isPresent()) {
+        if (result.list.kind != Kind::array) {
             refuseAtObject(Code::wrongType, fields.uid(), key);
         }
-        result.count = result.list->count;
+        result.count = result.list.count;
         return result;
     }
-    while (fields.find(std::string(numbered) + std::to_string(result.count))) {
+    while (fields.find(std::string(numbered) + std::to_string(result.count)).isPresent()) {
         ++result.count;
     }
     return result;
@@ -451,8 +453,8 @@ std::uint64_t KeyedUnarchiver::uid(const References& references, std::size_t ind
         }
         return uid;
     };
-    if (references.list) {
-        return uidOf(list_.item(list_.element(*references.list, index)), references.key);
+    if (references.list.isPresent()) {
+        return uidOf(list_.item(list_.element(references.list, index)), references.key);
     }
     const std::string name = std::string(references.numbered) + std::to_string(index);
     return uidOf(references.fields.require(name), name);
@@ -507,11 +509,11 @@ void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t 
 
 URL KeyedUnarchiver::url(const Fields& fields) {
     std::optional<URL> base;
-    if (const auto item = fields.find(keys::kBase)) {
-        if (item->kind != Kind::uid) {
+    if (const Item item = fields.find(keys::kBase); item.isPresent()) {
+        if (item.kind != Kind::uid) {
             refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);
         }
-        if (const Value* value = referenced(list_.uid(*item))) {
+        if (const Value* value = referenced(list_.uid(item))) {
             const URL* held = value->asURL();
             if (held == nullptr) {
                 refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);

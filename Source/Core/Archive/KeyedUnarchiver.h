@@ -1,16 +1,17 @@
 #pragma once
 
 #include "Core/Archive/BinaryPropertyList.h"
+#include "Core/Archive/FirstMemory.h"
 #include "Core/Archive/Menu.h"
 #include "Core/Archive/Value.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <forward_list>
 #include <memory>
 #include <memory_resource>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,7 +60,7 @@ private:
 
     struct RawField {
         std::string_view key;
-        Ref value;
+        Ref value = 0;
     };
 
     /// The keys of one object, on the shared stack `rawFields_` for as long as this lives.
@@ -73,7 +74,11 @@ private:
         std::uint64_t uid() const { return uid_; }
         std::size_t count() const { return count_; }
         RawField at(std::size_t index) const { return owner_.rawFields_[first_ + index]; }
-        std::optional<Item> find(std::string_view key) const;
+        /// Valid until the next object is read.
+        std::span<const RawField> all() const {
+            return {owner_.rawFields_.data() + first_, count_};
+        }
+        Item find(std::string_view key) const;
         Item require(std::string_view key) const;
 
     private:
@@ -121,8 +126,8 @@ private:
         const Fields& fields;
         std::string_view key;
         std::string_view numbered;
-        std::optional<Item> list;
-        std::size_t count;
+        Item list;
+        std::size_t count = 0;
     };
 
     References references(const Fields& fields, std::string_view key,
@@ -159,9 +164,7 @@ private:
     Item objects_{};
     std::size_t memoryLeft_;
     std::size_t depth_ = 0;
-    // A small message is read without a further allocation for these.
-    std::array<std::byte, 2048> firstMemory_;
-    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    FirstMemory<2048> memory_;
     std::pmr::vector<Value> values_{&memory_};
     std::pmr::vector<std::uint32_t> marks_{&memory_};
     std::pmr::vector<Class> classes_{&memory_};

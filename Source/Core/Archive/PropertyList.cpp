@@ -77,6 +77,8 @@ private:
         }
         case Kind::dictionary:
             return dictionary(item);
+        case Kind::absent:
+            break;
         }
         refuseAtByte(Code::unknownType, item.start);
     }

@@ -84,17 +84,18 @@ constexpr auto kCharacterClasses = [] {
 // Only unreserved characters, sub-delimiters, percent escapes and those of the classes in `more`.
 bool isMadeOf(std::string_view text, unsigned more) {
     const unsigned allowed = kPlain | more;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if ((kCharacterClasses[static_cast<unsigned char>(text[i])] & allowed) != 0) {
-            continue;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data();; at += 3) {
+        while (at != end && (kCharacterClasses[static_cast<unsigned char>(*at)] & allowed) != 0) {
+            ++at;
         }
-        if (text[i] != '%' || i + 2 >= text.size() || hexValue(text[i + 1]) < 0 ||
-            hexValue(text[i + 2]) < 0) {
+        if (at == end) {
+            return true;
+        }
+        if (*at != '%' || end - at < 3 || hexValue(at[1]) < 0 || hexValue(at[2]) < 0) {
             return false;
         }
-        i += 2;
     }
-    return true;
 }
 
 // The five components of RFC 3986, section 3; each without its delimiter, absent when that is.

@@ -59,9 +59,10 @@ DecodedScalar decodeUTF8(std::string_view text) {
 }
 
 bool isValidUTF8(std::string_view text) {
+    constexpr std::size_t kPiece = 16;
     while (!text.empty()) {
-        if (static_cast<unsigned char>(text.front()) < 0x80) {
-            text.remove_prefix(1);
+        if (const std::string_view piece = text.substr(0, kPiece); isASCII(piece)) {
+            text.remove_prefix(piece.size());
             continue;
         }
         const DecodedScalar decoded = decodeUTF8(text);

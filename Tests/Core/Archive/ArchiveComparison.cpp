@@ -21,6 +21,8 @@ std::string layoutOf(const BinaryPropertyList& list, BinaryPropertyList::Ref ref
     using Kind = BinaryPropertyList::Kind;
     const auto item = list.item(ref);
     switch (item.kind) {
+    case Kind::absent:
+        break;
     case Kind::boolean:
         return item.count != 0 ? "true" : "false";
     case Kind::integer:
