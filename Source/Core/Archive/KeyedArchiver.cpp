@@ -20,7 +20,7 @@ constexpr std::size_t kFrameValues = 11;
 // What `valueCount` values take in a message full of URLs: references and offsets are wider in a
 // larger one.
 constexpr std::size_t typicalSize(std::size_t valueCount) {
-    return valueCount * (valueCount <= 0xFF ? 9 : valueCount <= 0xFFFF ? 14 : 22);
+    return valueCount * (valueCount <= 0xFF ? 12 : valueCount <= 0xFFFF ? 14 : 22);
 }
 
 template <class Vector>
