@@ -47,13 +47,16 @@ public:
     bool registerPort(bool isOpen = true) {
         return tell(5, {{"portId", Value::string(name_)}, {"register", Value::boolean(isOpen)}});
     }
+    /// True once the host has taken it in: it answers in the order in which it is told.
     bool show(const std::string& item, bool isShown = true) {
-        return tell(6, {{"path", url(item)}, {"add", Value::boolean(isShown)}});
+        return tell(6, {{"path", url(item)}, {"add", Value::boolean(isShown)}}) &&
+               badge(item) != kNoAnswer;
     }
-    /// "(no answer)" when there was none.
+    static constexpr const char* kNoAnswer = "(no answer)";
+    /// kNoAnswer when there was none.
     std::string badge(const std::string& item) {
         const auto reply = ask(4, {{"url", url(item)}});
-        return reply && reply->asString() ? *reply->asString() : "(no answer)";
+        return reply && reply->asString() ? *reply->asString() : kNoAnswer;
     }
     /// Nothing when there was no answer.
     std::optional<std::vector<std::shared_ptr<MenuItem>>>

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <type_traits>
 #include <utility>
 
 namespace corvid {
@@ -43,6 +44,10 @@ void Command::addOption(const char* names, Value& value, const std::string& help
                         const OptionTraits& traits) const {
     CLI::Option* const option = app_->add_option(names, value, help);
     option->required(traits.isRequired);
+    if constexpr (std::is_same_v<Value, std::uint64_t> ||
+                  std::is_same_v<Value, std::optional<std::uint64_t>>) {
+        option->check(CLI::NonNegativeNumber); // Else the library takes -1 for a large number.
+    }
     if (traits.typeName != nullptr) {
         option->type_name(traits.typeName);
     }

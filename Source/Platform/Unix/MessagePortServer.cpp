@@ -81,27 +81,33 @@ void LocalMessagePort::setDispatchQueue(UnixDispatchQueue& queue) {
 }
 
 void LocalMessagePort::invalidate() {
+    // In a forked child the queue has no thread, and the name is the parent's.
+    if (process_ != getpid()) {
+        return;
+    }
     UnixDispatchQueue* queue = nullptr;
+    bool wasValid = false;
     {
         const MutexLock lock(mutex_);
-        // In a forked child the queue has no thread, and the name is the parent's.
-        if (!isValid_ || process_ != getpid()) {
-            return;
-        }
-        isValid_ = false;
+        wasValid = std::exchange(isValid_, false);
         queue = queue_;
     }
-    const auto end = [this] {
+    if (queue == nullptr) {
+        if (wasValid) {
+            PortFolder::release(listener_);
+        }
+        return;
+    }
+    // Also when another thread has begun it and waits for the queue: who returns from here may rely
+    // on it.
+    queue->sync([this] {
         if (server_ != nullptr) {
             server_->remove(*this);
         }
         PortFolder::release(listener_);
-    };
-    if (queue != nullptr) {
-        queue->sync(end);
-    } else {
-        end();
-    }
+        const MutexLock lock(mutex_);
+        queue_ = nullptr; // It may go before this port.
+    });
 }
 
 void LocalMessagePort::onEvents(std::uint32_t) {
