@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kShownBytes = 32;
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     return '"' + printableText(text) + '"';
 }
 
@@ -113,7 +113,7 @@ private:
             return fmt::format("{} (real)", *real);
         }
         if (const String* string = value.asStringObject()) {
-            return quoted(string->text) + (string->isMutable ? " (mutable)" : "");
+            return inQuotes(string->text) + (string->isMutable ? " (mutable)" : "");
         }
         if (const Date* date = value.asDate()) {
             return fmt::format("date, {} seconds after 2001-01-01 00:00 UTC",
@@ -151,7 +151,7 @@ private:
                             dictionary.entries.size());
         for (const auto& [key, element] : dictionary.entries) {
             if (key.asString() != nullptr) {
-                line(quoted(*key.asString()), element, depth + 1);
+                line(inQuotes(*key.asString()), element, depth + 1);
             } else {
                 line("key", key, depth + 1);
                 line("value", element, depth + 1);
@@ -160,7 +160,7 @@ private:
     }
 
     void menu(const Menu& menu, std::size_t depth) {
-        out_ += "menu " + quoted(menu.title);
+        out_ += "menu " + inQuotes(menu.title);
         out_ += menu.autoenablesItems ? "\n" : ", does not enable its items by itself\n";
         for (const auto& item : menu.items) {
             line("", Value::menuItem(item), depth + 1);
@@ -169,7 +169,7 @@ private:
     }
 
     void menuItem(const MenuItem& item, std::size_t depth) {
-        out_ += item.isSeparator ? "separator" : "menu item " + quoted(item.title);
+        out_ += item.isSeparator ? "separator" : "menu item " + inQuotes(item.title);
         if (!item.keyEquivalent.empty()) {
             out_ += ", key " + shortcut(item);
         }
@@ -186,7 +186,7 @@ private:
             out_ += ", indented by " + std::to_string(item.indentationLevel);
         }
         if (item.toolTip) {
-            out_ += ", tool tip " + quoted(*item.toolTip);
+            out_ += ", tool tip " + inQuotes(*item.toolTip);
         }
         out_ += item.isEnabled || item.isSeparator ? "" : ", disabled";
         out_ += item.isHidden ? ", hidden" : "";

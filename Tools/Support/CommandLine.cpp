@@ -110,7 +110,8 @@ int CommandLine::run(int argc, char** argv) {
     } catch (const CLI::RequiredError& error) {
         // The library says only that a command is missing.
         if (const auto unknown = app_->remaining(); !unknown.empty()) {
-            std::fprintf(stderr, "There is no command \"%s\".\nRun with --help for more information.\n",
+            std::fprintf(stderr,
+                         "There is no command \"%s\".\nRun with --help for more information.\n",
                          printableText(unknown.front()).c_str());
             return kUsageStatus;
         }

@@ -19,7 +19,7 @@ namespace corvid {
 
 namespace {
 
-struct Options {
+struct DecodeOptions {
     std::vector<std::string> files;
     bool json = false;
 };
@@ -75,7 +75,7 @@ std::optional<Notation> notation(const Value& value, Failure& failure) {
     return result;
 }
 
-bool show(const std::string& file, const Options& options) {
+bool show(const std::string& file, const DecodeOptions& options) {
     Failure failure;
     const auto bytes = contents(file, failure);
     const auto value = bytes ? decoded(*bytes, failure) : std::nullopt;
@@ -106,7 +106,7 @@ bool show(const std::string& file, const Options& options) {
 } // namespace
 
 void addDecodeCommand(const Command& program) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DecodeOptions>();
     const Command command =
         program.addCommand("decode", "Show what archives and property lists hold");
     command.addOption("FILE", options->files, "Files to read; - for standard input",

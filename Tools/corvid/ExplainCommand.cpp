@@ -20,7 +20,7 @@ namespace corvid {
 
 namespace {
 
-struct Options {
+struct ExplainOptions {
     std::vector<std::string> paths;
     std::string volume;
     bool json = false;
@@ -83,7 +83,7 @@ std::string_view remedyFor(const std::string& path) {
     return "its name is not UTF-8, so it has no URL and is never asked about; rename it";
 }
 
-bool explainPaths(const Options& options, const Bundle& bundle) {
+bool explainPaths(const ExplainOptions& options, const Bundle& bundle) {
     std::optional<VolumeMapping> volume;
     if (!options.volume.empty()) {
         volume = VolumeMapping::make(
@@ -138,7 +138,7 @@ bool explainLines(const Bundle& bundle) {
 } // namespace
 
 void addExplainCommand(const Command& program) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ExplainOptions>();
     const Command command = program.addCommand(
         "explain", "Say for each PATH whether the host is asked for its badge, or why it is not");
     command.addOption("PATH", options->paths, "Items; they need not exist", {.isRequired = true});

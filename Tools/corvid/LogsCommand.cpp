@@ -33,7 +33,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-struct Options {
+struct LogsOptions {
     bool json = false;
     bool redact = false;
     bool noRedact = false;
@@ -87,7 +87,7 @@ void printTable(const std::vector<LogFileInfo>& files) {
     }
 }
 
-void list(const Options& options) {
+void list(const LogsOptions& options) {
     const std::string folder = requiredLogsFolder();
     const std::vector<LogFileInfo> files = logFilesIn(folder);
     if (options.json) {
@@ -106,7 +106,7 @@ void list(const Options& options) {
     printTable(files);
 }
 
-void tail(const Options& options) {
+void tail(const LogsOptions& options) {
     const std::string folder = requiredLogsFolder();
     if (const auto failure = UnixFileManager().createDirectoryAtPath(folder)) {
         throw std::runtime_error("cannot make the logs folder " + *failure);
@@ -128,7 +128,7 @@ void tail(const Options& options) {
     throw std::runtime_error("the logs folder " + folder + " is gone");
 }
 
-void prune(const Options& options) {
+void prune(const LogsOptions& options) {
     if (!options.keep.has_value() && !options.olderThanDays.has_value()) {
         throw UsageError("logs prune: say what may go: --keep N, --older-than DAYS, or both");
     }
@@ -201,7 +201,7 @@ std::string contentsOf(const LogFileInfo& file, const LogRedactor* redactor) {
     return contents;
 }
 
-void bundle(const Options& options) {
+void bundle(const LogsOptions& options) {
     const auto now = std::chrono::system_clock::now();
     const std::string folder = requiredLogsFolder();
     const std::vector<LogFileInfo> files = logFilesIn(folder);
@@ -252,7 +252,7 @@ std::function<void()> guarded(std::function<void()> body) {
 } // namespace
 
 void addLogsCommand(const Command& program) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LogsOptions>();
     const Command logs =
         program.addCommand("logs", "List the extension's log files; see also its sub-commands");
     logs.addFlag("--json", options->json, "One JSON object a file, one a line");

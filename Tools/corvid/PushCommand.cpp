@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kTimeout{1000};
 
-struct Options {
+struct PushOptions {
     std::string path;
     std::string badge;
     bool json = false;
@@ -68,7 +68,7 @@ nlohmann::ordered_json pidOf(const LivePort& port) {
     return port.process != 0 ? nlohmann::ordered_json(port.process) : nlohmann::ordered_json();
 }
 
-void push(const Options& options) {
+void push(const PushOptions& options) {
     const auto badge = CVMABadgeID::fromRawValue(options.badge);
     if (!badge) {
         fail("\"" + printableText(options.badge) + "\" is not a badge; the badges are " +
@@ -120,7 +120,7 @@ void push(const Options& options) {
 void addPushCommand(const Command& program) {
     const Command command =
         program.addCommand("push", "Push a badge for an item to every running extension");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<PushOptions>();
     command.addOption("PATH", options->path, "The item, in the local folder of the volume",
                       {.isRequired = true});
     command.addOption("BADGE", options->badge, "One of " + badgeNames(), {.isRequired = true});

@@ -21,7 +21,7 @@ struct URL::Parts {
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789ABCDEF";
+constexpr char kEscapeDigits[] = "0123456789ABCDEF";
 
 constexpr bool isAlpha(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
@@ -301,8 +301,8 @@ std::optional<URL> URL::fileURL(std::string_view path, bool isDirectory) {
         } else {
             const auto byte = static_cast<unsigned char>(c);
             text += '%';
-            text += kHexDigits[byte >> 4U];
-            text += kHexDigits[byte & 0x0FU];
+            text += kEscapeDigits[byte >> 4U];
+            text += kEscapeDigits[byte & 0x0FU];
         }
     }
     if (isDirectory && !text.ends_with('/')) {

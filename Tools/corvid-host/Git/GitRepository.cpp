@@ -226,7 +226,8 @@ void GitRepository::Implementation::loadHead() {
 void GitRepository::Implementation::loadStaged() {
     staged.clear();
     stagedDeletions.clear();
-    git_diff_options options = GIT_DIFF_OPTIONS_INIT;
+    git_diff_options options{};
+    git_diff_options_init(&options, GIT_DIFF_OPTIONS_VERSION);
     options.flags = GIT_DIFF_INCLUDE_TYPECHANGE;
     git_diff* diff = nullptr;
     check(git_diff_tree_to_index(&diff, repository.get(), head.get(), index.get(), &options),
@@ -482,7 +483,8 @@ void GitRepository::setCheckedOut(const std::vector<std::string>& paths, bool is
 std::string GitRepository::changes(const std::vector<std::string>& paths) const {
     const auto& my = *implementation_;
     std::vector<char*> strings = pointers(paths);
-    git_diff_options options = GIT_DIFF_OPTIONS_INIT;
+    git_diff_options options{};
+    git_diff_options_init(&options, GIT_DIFF_OPTIONS_VERSION);
     options.flags = GIT_DIFF_DISABLE_PATHSPEC_MATCH | GIT_DIFF_INCLUDE_UNTRACKED |
                     GIT_DIFF_RECURSE_UNTRACKED_DIRS | GIT_DIFF_SHOW_UNTRACKED_CONTENT |
                     GIT_DIFF_INCLUDE_TYPECHANGE;

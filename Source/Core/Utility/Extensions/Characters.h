@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -83,6 +85,13 @@ inline bool endsWith(std::string_view text, std::string_view suffix) {
     }
     return !detail::differInASCII(text.back(), suffix.back()) &&
            detail::endsWithInFull(text, suffix);
+}
+
+/// True when `text` has the same characters as one of `list`.
+template <std::size_t N>
+bool isOneOf(std::string_view text, const std::string_view (&list)[N]) {
+    return std::any_of(std::begin(list), std::end(list),
+                       [text](std::string_view entry) { return textEquals(text, entry); });
 }
 
 } // namespace corvid

@@ -37,12 +37,6 @@ constexpr std::string_view kUnloggablePaths[] = {"/", "/Personal Folders", "/Sha
 constexpr char kBase64Alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-template <std::size_t N>
-bool isOneOf(std::string_view text, const std::string_view (&list)[N]) {
-    return std::any_of(std::begin(list), std::end(list),
-                       [text](std::string_view entry) { return textEquals(text, entry); });
-}
-
 constexpr bool isLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }

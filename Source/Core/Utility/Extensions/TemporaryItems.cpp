@@ -14,12 +14,6 @@ namespace corvid {
 namespace {
 
 template <std::size_t N>
-bool isOneOf(std::string_view text, const std::string_view (&list)[N]) {
-    return std::any_of(std::begin(list), std::end(list),
-                       [text](std::string_view entry) { return textEquals(text, entry); });
-}
-
-template <std::size_t N>
 bool beginsWithOneOf(std::string_view text, const std::string_view (&list)[N]) {
     return std::any_of(std::begin(list), std::end(list),
                        [text](std::string_view entry) { return beginsWith(text, entry); });
