@@ -140,8 +140,7 @@ int connectWithin(int fd, const sockaddr_un& address, const Deadline& deadline) 
     ioctl(fd, FIONBIO, &nonBlocking);
     int result = -1;
     do {
-        const std::timespec left = deadline.timespecLeft();
-        const timeval timeout{left.tv_sec, left.tv_nsec / 1000 + 1}; // zero would be forever
+        const timeval timeout = deadline.timevalLeft();
         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
         result = ::connect(fd, generic(address), sizeof address);
     } while (result != 0 && errno == EINTR && !deadline.passed());

@@ -12,6 +12,7 @@
 #include <new>
 #include <poll.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <utility>
@@ -99,19 +100,30 @@ WriteResult writeRequest(int fd, const FrameHeader& header, ByteView data,
     return WriteResult::written;
 }
 
+// Waits in recv() itself: to poll first costs a call and a timer more. Takes what is there already
+// even when it is too late to wait.
+ssize_t receiveWithin(int fd, std::span<std::uint8_t> space, const Deadline& deadline) {
+    ssize_t count = -1;
+    do {
+        const timeval timeout = deadline.timevalLeft();
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        count = recv(fd, space.data(), space.size(), deadline.passed() ? MSG_DONTWAIT : 0);
+    } while (count < 0 && (errno == EAGAIN || errno == EINTR) && !deadline.passed());
+    return count;
+}
+
 SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadline,
                      std::optional<Bytes>* reply) {
+    int nonBlocking = 0;
+    ioctl(fd, FIONBIO, &nonBlocking);
     FrameReader reader;
     std::array<std::uint8_t, kReplyScratchBytes> scratch;
     while (reader.state() != FrameReader::State::complete) {
-        if (!waitFor(fd, POLLIN, deadline)) {
-            return SendStatus::receiveTimeout;
-        }
         const bool isData = reader.state() == FrameReader::State::data;
         const std::span<std::uint8_t> space = isData ? reader.space() : std::span(scratch);
-        const ssize_t count = recv(fd, space.data(), space.size(), MSG_DONTWAIT);
+        const ssize_t count = receiveWithin(fd, space, deadline);
         if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-            continue;
+            return SendStatus::receiveTimeout;
         }
         if (count <= 0) {
             return reader.hasBegun() ? SendStatus::transportError : SendStatus::becameInvalid;

@@ -143,6 +143,16 @@ protected:
         (setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1), std::make_unique<RealPlatform>());
 };
 
+TEST(DeadlineTest, isNothingThatASocketRefusesOrTakesForEver) {
+    EXPECT_EQ(Deadline(0ms).timevalLeft().tv_usec, 1);
+    // A socket takes less than a million microseconds beside the seconds.
+    for (int i = 0; i < 10'000; ++i) {
+        const timeval left = Deadline(1000ms).timevalLeft();
+        ASSERT_LT(left.tv_usec, 1'000'000);
+        ASSERT_TRUE(left.tv_sec == 1 ? left.tv_usec == 0 : left.tv_usec > 0);
+    }
+}
+
 TEST_F(MessagePortFaultTest, absentHost) {
     expectAbsent();
     expectAnswerOfAnotherHost();
