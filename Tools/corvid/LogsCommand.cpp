@@ -3,6 +3,7 @@
 #include "App/Reporting/LogRedactor.h"
 #include "Core/Base/PrintableText.h"
 #include "Platform/Unix/UnixFileManager.h"
+#include "Platform/Unix/VolumeFile.h"
 #include "Support/LogFiles.h"
 #include "Support/LogFollower.h"
 #include "Support/RedactionKey.h"
@@ -13,6 +14,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
@@ -51,6 +53,24 @@ std::string requiredLogsFolder() {
         throw std::runtime_error("there is no home folder to look for logs in; set HOME");
     }
     return *folder;
+}
+
+/// The local folders that are or may be the volume.
+std::vector<std::string> volumeFolders() {
+    std::vector<std::string> folders;
+    for (const VolumeFile& file : {VolumeFile::ofHost(RuntimeFolder::ofThisUser()),
+                                   VolumeFile::ofExtension(RuntimeFolder::ofThisUser())}) {
+        if (const auto published = file.read()) {
+            folders.push_back(published->folder);
+        }
+    }
+    if (const char* named = std::getenv("CVD_VOLUME_PATH"); named != nullptr && named[0] == '/') {
+        folders.emplace_back(named);
+    }
+    if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') {
+        folders.push_back(std::string(home) + "/Corvid");
+    }
+    return folders;
 }
 
 std::string formatted(std::chrono::system_clock::time_point moment, const char* format, bool utc) {
@@ -113,7 +133,7 @@ void tail(const LogsOptions& options) {
     }
     std::optional<LogRedactor> redactor;
     if (options.redact) {
-        redactor.emplace(redactionKey());
+        redactor.emplace(redactionKey(), volumeFolders());
     }
     LogFollower follower(folder, [&redactor](std::string_view line) {
         const std::string shown =
@@ -210,7 +230,7 @@ void bundle(const LogsOptions& options) {
     }
     std::optional<LogRedactor> redactor;
     if (!options.noRedact) {
-        redactor.emplace(redactionKey());
+        redactor.emplace(redactionKey(), volumeFolders());
     }
     const std::string path = options.file.empty()
                                  ? formatted(now, "corvid-logs-%Y-%m-%d-%H%M%S.tar.gz", false)

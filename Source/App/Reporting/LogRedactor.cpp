@@ -2,6 +2,7 @@
 
 #include "Core/Base/PrintableText.h"
 #include "Core/Base/SipHash.h"
+#include "Core/Base/URL.h"
 #include "Core/Base/VolumeMapping.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@ namespace corvid {
 
 namespace {
 
-constexpr std::string_view kScheme = "file://";
 constexpr std::size_t kDigits = 10;
 /// What is longer than this, or no plain word, is more than an extension may tell.
 constexpr std::size_t kLongestExtension = 8;
@@ -56,6 +56,26 @@ std::string_view shownExtension(std::string_view component) {
 
 } // namespace
 
+LogRedactor::LogRedactor(const Key& key, const std::vector<std::string>& folders) : key_(key) {
+    addRoot(kVolumeRoot);
+    for (const std::string& folder : folders) {
+        addRoot(folder);
+    }
+}
+
+void LogRedactor::addRoot(std::string_view folder) {
+    while (folder.ends_with('/')) {
+        folder.remove_suffix(1);
+    }
+    if (folder.empty()) {
+        return;
+    }
+    if (const auto url = URL::fileURL(folder)) {
+        roots_.push_back({url->absoluteString(), true});
+    }
+    roots_.push_back({printableText(folder), false});
+}
+
 std::string LogRedactor::redacted(std::string_view line) const {
     std::string_view ending;
     if (line.ends_with('\n')) {
@@ -64,13 +84,20 @@ std::string LogRedactor::redacted(std::string_view line) const {
     }
     std::string out;
     for (;;) {
-        const std::size_t root = line.find(kVolumeRoot);
-        if (root == std::string_view::npos) {
+        std::size_t begin = std::string_view::npos;
+        const Root* root = nullptr;
+        for (const Root& candidate : roots_) {
+            if (const std::size_t found = line.find(candidate.text); found < begin) {
+                begin = found;
+                root = &candidate;
+            }
+        }
+        if (root == nullptr) {
             return out.append(line).append(ending);
         }
-        const std::size_t below = root + kVolumeRoot.size();
+        const std::size_t below = begin + root->text.size();
         out += line.substr(0, below);
-        const bool isURL = line.substr(0, root).ends_with(kScheme);
+        const bool isURL = root->isURL;
         line.remove_prefix(below);
         // "/Volumes/Corvid2" is another volume.
         if (!line.starts_with('/')) {

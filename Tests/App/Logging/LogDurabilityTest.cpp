@@ -3,12 +3,16 @@
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/TemporaryFolder.h"
 
+#include <atomic>
 #include <csignal>
+#include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <utility>
@@ -154,6 +158,106 @@ TEST(LogDurabilityTest, AKillLeavesReadableFilesThatLackTheTailAtMost) {
         EXPECT_EQ(WTERMSIG(process.wait()), SIGKILL);
         EXPECT_GE(countsInOrder(linesOf(state, true))[0], 500);
     }
+}
+
+std::vector<std::filesystem::path> filesOf(const TemporaryFolder& state) {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(logsFolder(state))) {
+        files.push_back(entry.path());
+    }
+    return files;
+}
+
+TEST(LogDurabilityTest, TheLimitsOfTheEnvironmentHoldAtEveryMoment) {
+    constexpr std::uintmax_t kSize = 1'024'000;
+    const TemporaryFolder state;
+    ChildProcess process(
+        steps({"log:1:1", "flush", "say:start", "log:4:25000", "flush", "say:done", "wait"}),
+        {{"XDG_STATE_HOME", state.path()}, {"CVD_MAX_LOG_SIZE", "1"}, {"CVD_MAX_LOG_COUNT", "3"}});
+    EXPECT_EQ(process.readLine(), "start");
+    std::atomic<bool> isDone = false;
+    std::thread reader([&] {
+        EXPECT_EQ(process.readLine(), "done");
+        isDone = true;
+    });
+    const auto look = [&] {
+        const auto files = filesOf(state);
+        EXPECT_LE(files.size(), 3U);
+        for (const auto& file : files) {
+            std::error_code gone;
+            const std::uintmax_t size = std::filesystem::file_size(file, gone);
+            EXPECT_TRUE(gone || size <= kSize) << file << " " << size;
+        }
+    };
+    while (!isDone) {
+        look();
+    }
+    reader.join();
+    look();
+    EXPECT_EQ(filesOf(state).size(), 3U);
+}
+
+/// The moment that `text` names in a zone that is 05:45 ahead; `format` has six numbers, of which
+/// the second and third are swapped when the day stands before the month.
+std::time_t momentIn(const std::string& text, const char* format, bool dayFirst) {
+    std::tm at{};
+    EXPECT_EQ(std::sscanf(text.c_str(), format, &at.tm_year, &at.tm_mon, &at.tm_mday, &at.tm_hour,
+                          &at.tm_min, &at.tm_sec),
+              6)
+        << text;
+    if (dayFirst) {
+        std::swap(at.tm_mon, at.tm_mday);
+    }
+    at.tm_year -= 1900;
+    at.tm_mon -= 1;
+    return timegm(&at) - (5 * 60 + 45) * 60;
+}
+
+TEST(LogDurabilityTest, NamesAndLinesHaveTheTimeOfTheUsersZone) {
+    const TemporaryFolder state;
+    const std::time_t before = std::time(nullptr);
+    ChildProcess process(steps({"log:1:1", "return"}),
+                         {{"XDG_STATE_HOME", state.path()}, {"TZ", "NPT-5:45"}});
+    const std::string base = "CVMAExt_" + std::to_string(process.identifier());
+    ASSERT_EQ(process.wait(), 0);
+    const std::time_t after = std::time(nullptr);
+    const std::string line = linesOf(state).at(0);
+    EXPECT_EQ(line.substr(23, 8), " +05:45 ") << line;
+    const std::string name = filesOf(state).at(0).filename();
+    ASSERT_TRUE(name.starts_with(base)) << name;
+    const std::time_t begun = momentIn(name.substr(base.size()), "_%d_%d_%d_%d_%d_%d.log", true);
+    const std::time_t logged = momentIn(line, "%d-%d-%d %d:%d:%d.", false);
+    EXPECT_LE(before, begun);
+    EXPECT_LE(begun, logged);
+    EXPECT_LE(logged, after);
+}
+
+TEST(LogDurabilityTest, FoldersAndFilesAreTheUsersAlone) {
+    const TemporaryFolder state;
+    const mode_t before = umask(0);
+    ChildProcess process(steps({"log:1:1", "return"}), {{"XDG_STATE_HOME", state.path()}});
+    umask(before);
+    ASSERT_EQ(process.wait(), 0);
+    using std::filesystem::perms;
+    for (const char* folder : {"corvid", "corvid/Logs"}) {
+        EXPECT_EQ(std::filesystem::status(state / folder).permissions(), perms(0700)) << folder;
+    }
+    EXPECT_EQ(std::filesystem::status(logsFolder(state)).permissions(), perms(0700));
+    for (const auto& file : filesOf(state)) {
+        EXPECT_EQ(std::filesystem::status(file).permissions(), perms(0600)) << file;
+    }
+}
+
+TEST(LogDurabilityTest, WithoutAFolderTheProcessSaysSoOnceAndGoesOnWithoutALog) {
+    const TemporaryFolder state;
+    std::ofstream(state / "corvid") << "in the way";
+    ChildProcess process(steps({"log:2:1000", "flush", "say:alive", "return"}),
+                         {{"XDG_STATE_HOME", state.path()}});
+    EXPECT_EQ(process.readLine(), "alive");
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(process.readErrors(),
+              "Unable to create directory \"" + state / "corvid" + "\": File exists\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(state.path()), {}), 1);
 }
 
 TEST(LogDurabilityTest, AnIdleLoggerNeverWakes) {

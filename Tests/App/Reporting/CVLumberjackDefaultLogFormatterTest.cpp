@@ -2,8 +2,8 @@
 
 #include "Platform/Fake/FakePlatform.h"
 
-#include <clocale>
 #include <gtest/gtest.h>
+#include <locale>
 #include <string>
 
 namespace corvid {
@@ -38,6 +38,22 @@ TEST(CVLumberjackDefaultLogFormatter, ThePrefixHasTimeProcessThreadAndLevel) {
         system.clock.setTimeZone([&one](auto) { return one.minutesEastOfUTC; });
         EXPECT_EQ(formatter.prefix(one.moment, one.thread, one.flag), one.prefix);
     }
+}
+
+/// Groups every two digits, as no log line may be.
+class Grouping final : public std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\2"; }
+};
+
+TEST(CVLumberjackDefaultLogFormatter, ThePrefixIsTheSameInEveryLocale) {
+    FakePlatform system;
+    const std::locale before =
+        std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    CVLumberjackDefaultLogFormatter formatter;
+    EXPECT_EQ(formatter.prefix(sys_days(2026y / November / 16) + 3h + 2min + 5s + 678ms, 123456, 1),
+              "2026-11-16 03:02:05.678 +00:00 4242:123456 error   ");
+    std::locale::global(before);
 }
 
 TEST(CVLumberjackDefaultLogFormatter, TheDaylightSavingChangeIsSeenAtItsSecond) {

@@ -64,6 +64,32 @@ TEST(LogRedactor, TakesOutEveryNameBelowTheVolume) {
     }
 }
 
+TEST(LogRedactor, TakesOutWhatLiesBelowOtherFolders) {
+    const LogRedactor redactor(kKey, {"/home/me/My Sync \xC3\xA4/", "/", "", "/srv\n1"});
+    const struct {
+        std::string line;
+        std::string shape;
+    } cases[] = {
+        {"for url =/home/me/My Sync \xC3\xA4/plan a.txt",
+         "for url =/home/me/My Sync \xC3\xA4/#.txt"},
+        {"[file:///home/me/My%20Sync%20%C3%A4/plan%20a.txt, file:///Volumes/Corvid/b]",
+         "[file:///home/me/My%20Sync%20%C3%A4/#.txt, file:///Volumes/Corvid/#]"},
+        {"/home/me/My Sync \xC3\xA4", "/home/me/My Sync \xC3\xA4"},
+        {"/home/me/My Sync \xC3\xA4"
+         "2/name",
+         "/home/me/My Sync \xC3\xA4"
+         "2/name"},
+        {"/home/me/other", "/home/me/other"},
+        {"/srv\\n1/name", "/srv\\n1/#"},
+        {"/Volumes/Corvid/a.txt", "/Volumes/Corvid/#.txt"},
+    };
+    for (const auto& one : cases) {
+        EXPECT_EQ(shape(redactor.redacted(one.line)), one.shape) << one.line;
+    }
+    EXPECT_EQ(redactor.redacted("/srv\\n1/name").substr(8),
+              redactor.redacted("/Volumes/Corvid/name").substr(16));
+}
+
 TEST(LogRedactor, OneNameHasOneHashHoweverItIsWritten) {
     const LogRedactor redactor(kKey);
     const std::string prefix = "/Volumes/Corvid/";

@@ -32,7 +32,10 @@ protected:
     };
 
     std::map<std::string, std::string> environment() const {
-        return {{"XDG_STATE_HOME", state.path()}, {"CVD_MAX_LOG_SIZE", "1"}};
+        return {{"XDG_STATE_HOME", state.path()},
+                {"CVD_MAX_LOG_SIZE", "1"},
+                {"CVD_VOLUME_PATH", "/srv/Sync"},
+                {"HOME", "/home/me"}};
     }
     static std::vector<std::string> command(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {CORVID_BIN_DIR "/corvid", "logs"});
@@ -152,7 +155,11 @@ TEST_F(LogsCommand, ABundleTellsNoNamesUnlessAsked) {
         << "2000-01-01 00:00:00.000 +00:00 1:1 verbose <UI> Requesting badge for url = "
            "/Volumes/Corvid/Secret plan/My salary.xlsx\n"
            "2000-01-01 00:00:00.000 +00:00 1:1 debug   <UI> MessagePort: Request badge for url = "
-           "file:///Volumes/Corvid/Secret%20plan/My%20salary.xlsx\n";
+           "file:///Volumes/Corvid/Secret%20plan/My%20salary.xlsx\n"
+           "2000-01-01 00:00:00.000 +00:00 1:1 verbose <UI> Set badge with id =synced for url "
+           "=/home/me/Corvid/Secret plan/My salary.xlsx\n"
+           "2000-01-01 00:00:00.000 +00:00 1:1 verbose <UI> Set badge with id =synced for url "
+           "=/srv/Sync/Secret plan/My salary.xlsx\n";
     const auto unpacked = [this, &name](const std::string& archive) {
         const std::string target = archive + ".d";
         std::filesystem::create_directory(target);
