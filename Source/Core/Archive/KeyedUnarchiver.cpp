@@ -5,7 +5,8 @@
 #include "Core/Base/UTF8.h"
 
 #include <algorithm>
-#include <cmath>
+#include <charconv>
+#include <string>
 #include <utility>
 
 namespace corvid {
@@ -21,6 +22,22 @@ constexpr std::size_t kURLSize = kSharedOverhead + 3 * sizeof(std::string) + 2 *
 // Duplicates among more keys than this are found by sorting.
 constexpr std::size_t kFewKeys = 24;
 constexpr std::size_t kFirstFields = 32;
+
+// No value of a property list has this number: there are far fewer.
+constexpr BinaryPropertyList::Ref kNoRef = 0xFFFFFFFF;
+
+// 12 for "NS.object." and "NS.object.12"; nothing for any other key.
+std::optional<std::size_t> numberBehind(std::string_view prefix, std::string_view key) {
+    if (!key.starts_with(prefix)) {
+        return std::nullopt;
+    }
+    key.remove_prefix(prefix.size());
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number);
+    const bool isNumber = error == std::errc() && end == key.data() + key.size();
+    const bool hasLeadingZero = key.starts_with('0') && key.size() > 1;
+    return isNumber && !hasLeadingZero ? std::optional(number) : std::nullopt;
+}
 
 // The object behind `value` if it is one that can be referred to weakly; else null.
 std::shared_ptr<Object> sharedObject(const Value& value) {
@@ -116,11 +133,14 @@ void KeyedUnarchiver::chargeText(std::size_t length) {
 // --- Keys -------------------------------------------------------------------------------------
 
 std::string_view KeyedUnarchiver::keyText(const Item& item) {
+    if (!item.isString()) {
+        refuseAtByte(Code::keyNotString, item.start);
+    }
+    if (item.count > limits::kKeyLength) {
+        refuseAtByte(Code::stringTooLong, item.start);
+    }
     if (item.kind == Kind::ascii) {
         return list_.ascii(item);
-    }
-    if (item.kind != Kind::utf16) {
-        refuseAtByte(Code::keyNotString, item.start);
     }
     charge(sizeof(void*) + sizeof(std::string) + 3 * item.count + 1);
     return wideKeys_.emplace_front(list_.text(item));
@@ -427,8 +447,8 @@ Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
 }
 
 KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, std::string_view key,
-                                                        std::string_view numbered) const {
-    References result{fields, key, numbered, fields.find(key)};
+                                                        std::string_view numberedKey) {
+    References result{fields.uid(), key, fields.find(key), {}};
     if (result.list.isPresent()) {
         if (result.list.kind != Kind::array) {
             refuseAtObject(Code::wrongType, fields.uid(), key);
@@ -436,28 +456,38 @@ KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, st
         result.count = result.list.count;
         return result;
     }
-    while (fields.find(std::string(numbered) + std::to_string(result.count)).isPresent()) {
+    // From 0 on, up to the first number that is missing.
+    result.key = numberedKey;
+    charge(fields.count() * sizeof(Ref));
+    result.numbered.resize(fields.count(), kNoRef);
+    for (const RawField& field : fields.all()) {
+        const auto number = numberBehind(numberedKey, field.key);
+        if (number && *number < result.numbered.size()) {
+            result.numbered[*number] = field.value;
+        }
+    }
+    while (result.count < result.numbered.size() && result.numbered[result.count] != kNoRef) {
         ++result.count;
     }
     return result;
 }
 
 std::uint64_t KeyedUnarchiver::uid(const References& references, std::size_t index) const {
-    const auto uidOf = [&](const Item& item, std::string_view name) {
-        if (item.kind != Kind::uid) {
-            refuseAtObject(Code::wrongType, references.fields.uid(), name);
-        }
-        const std::uint64_t uid = list_.uid(item);
-        if (uid == 0) {
-            refuseAtObject(Code::nilElement, references.fields.uid(), name);
-        }
-        return uid;
+    const bool isListed = references.list.isPresent();
+    const auto refuse = [&](Code code) {
+        std::string key(references.key);
+        refuseAtObject(code, references.uid, isListed ? key : key + std::to_string(index));
     };
-    if (references.list.isPresent()) {
-        return uidOf(list_.item(list_.element(references.list, index)), references.key);
+    const Item item =
+        list_.item(isListed ? list_.element(references.list, index) : references.numbered[index]);
+    if (item.kind != Kind::uid) {
+        refuse(Code::wrongType);
     }
-    const std::string name = std::string(references.numbered) + std::to_string(index);
-    return uidOf(references.fields.require(name), name);
+    const std::uint64_t uid = list_.uid(item);
+    if (uid == 0) {
+        refuse(Code::nilElement);
+    }
+    return uid;
 }
 
 std::vector<Value> KeyedUnarchiver::elements(const Fields& fields) {

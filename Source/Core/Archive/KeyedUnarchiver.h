@@ -123,15 +123,14 @@ private:
     /// The references that a collection lists under a key, or under numbered keys, as archives of
     /// old have them.
     struct References {
-        const Fields& fields;
+        std::uint64_t uid; ///< the collection's
         std::string_view key;
-        std::string_view numbered;
-        Item list;
+        Item list;                 ///< absent when the keys are numbered
+        std::vector<Ref> numbered; ///< under the key with each number
         std::size_t count = 0;
     };
 
-    References references(const Fields& fields, std::string_view key,
-                          std::string_view numbered) const;
+    References references(const Fields& fields, std::string_view key, std::string_view numberedKey);
     /// The UID of element `index`, which is not nil.
     std::uint64_t uid(const References& references, std::size_t index) const;
     std::vector<Value> elements(const Fields& fields);

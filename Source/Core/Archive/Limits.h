@@ -22,6 +22,10 @@ inline constexpr std::size_t kDepth = 192;
 /// Keys of one object; the platform's richest classes have some thirty.
 inline constexpr std::size_t kKeysPerObject = 1024;
 
+/// Code units of a key. Keys are names out of programs; each is read for every object that has it,
+/// and many objects may share one, so that a long one would make reading slow.
+inline constexpr std::size_t kKeyLength = 1024;
+
 /// Names in a class chain.
 inline constexpr std::size_t kClassChain = 32;
 

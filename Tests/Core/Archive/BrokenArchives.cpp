@@ -352,6 +352,13 @@ void addObjects(std::vector<BrokenArchive>& all) {
         atObject(Code::wrongType, 1, "NS.objects"));
     add("an array of nil", objectXML(key("NS.objects", "<array>@0</array>"), "NSArray"),
         atObject(Code::nilElement, 1, "NS.objects"));
+    // In a list made of XML the place means nothing.
+    add("a key that is too long",
+        objectXML(key(std::string(limits::kKeyLength + 1, 'k'), "<true/>"), "NSArray"),
+        atByte(Code::stringTooLong, 0));
+    add("an old array of an element in place",
+        objectXML(key("NS.object.0", "<string>x</string>"), "NSArray"),
+        atObject(Code::wrongType, 1, "NS.object.0"));
     add("an old array of nil", objectXML(key("NS.object.0", "@0"), "NSArray"),
         atObject(Code::nilElement, 1, "NS.object.0"));
     add("an array of what is not there",

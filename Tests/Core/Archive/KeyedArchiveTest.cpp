@@ -1,6 +1,7 @@
 #include "Core/Archive/KeyedArchive.h"
 
 #include "Core/Archive/Menu.h"
+#include "Tests/Core/Archive/BrokenArchives.h"
 
 #include <gtest/gtest.h>
 
@@ -41,6 +42,54 @@ TEST(KeyedArchive, KeepsTheOrderOfADictionary) {
     EXPECT_EQ(*back.asDictionary()->entries[0].first.asString(), "z");
     EXPECT_EQ(*back.asDictionary()->find("a")->asInteger(), 2);
     EXPECT_EQ(back.asDictionary()->find("b"), nullptr);
+}
+
+// The elements of an array with these keys, as archives of old have them, each followed by a blank.
+std::string elementsUnder(const std::string& keys) {
+    const auto array = unarchivedObject(bytesOf(archiveXML(
+        "<string>$null</string><dict><key>$class</key>@5" + keys +
+        "</dict><string>a</string><string>b</string><string>c</string><dict><key>$classname</key>"
+        "<string>NSArray</string><key>$classes</key><array><string>NSArray</string></array></"
+        "dict>")));
+    std::string text;
+    if (array && array->asArray() != nullptr) {
+        for (const Value& element : array->asArray()->elements) {
+            text += *element.asString() + " ";
+        }
+    }
+    return text;
+}
+
+TEST(KeyedArchive, ReadsNumberedKeys) {
+    const std::string a = "<key>NS.object.0</key>@2";
+    const std::string b = "<key>NS.object.1</key>@3";
+    const std::string c = "<key>NS.object.2</key>@4";
+    EXPECT_EQ(elementsUnder(a + b + c), "a b c ");
+    EXPECT_EQ(elementsUnder(c + a + b), "a b c ") << "in any order";
+    EXPECT_EQ(elementsUnder(a + c), "a ") << "up to the first that is missing";
+    EXPECT_EQ(elementsUnder(b + c), "") << "from 0 on";
+    EXPECT_EQ(elementsUnder(a + "<key>NS.object.01</key>@3"), "a ") << "not by another spelling";
+    EXPECT_EQ(elementsUnder(a + "<key>NS.object.</key>@3"), "a ");
+    EXPECT_EQ(elementsUnder(a + "<key>NS.object.1x</key>@3"), "a ");
+    EXPECT_EQ(elementsUnder(a + "<key>NS.object.99999999999999999999</key>@3"), "a ");
+    EXPECT_EQ(elementsUnder("<key>NS.objects</key><array>@4</array>" + a), "c ")
+        << "a list goes before";
+    EXPECT_EQ(elementsUnder(""), "");
+}
+
+TEST(KeyedArchive, ReadsADictionaryWithNumberedKeys) {
+    const auto dictionary = unarchivedObject(bytesOf(archiveXML(
+        "<string>$null</string><dict><key>$class</key>@6<key>NS.key.0</key>@2<key>NS.object.0</key>"
+        "@3<key>NS.object.1</key>@5<key>NS.key.1</key>@4</dict><string>badgeID</string>"
+        "<string>cloud</string><string>path</string><string>p</string><dict><key>$classname</key>"
+        "<string>NSMutableDictionary</string><key>$classes</key><array>"
+        "<string>NSMutableDictionary</string><string>NSDictionary</string></array></dict>")));
+    ASSERT_TRUE(dictionary);
+    ASSERT_NE(dictionary->asDictionary(), nullptr);
+    EXPECT_TRUE(dictionary->asDictionary()->isMutable);
+    ASSERT_EQ(dictionary->asDictionary()->entries.size(), 2U);
+    EXPECT_EQ(*dictionary->asDictionary()->find("badgeID")->asString(), "cloud");
+    EXPECT_EQ(*dictionary->asDictionary()->find("path")->asString(), "p");
 }
 
 TEST(KeyedArchive, SharesWhatWasShared) {
