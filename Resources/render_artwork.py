@@ -83,6 +83,9 @@ def render(output: Path) -> None:
             write(f"corvid/badges/{CLOUD_IMAGE}.png", pictures[16])
     menu_icon = (SOURCES / f"{MENU_ICON}.svg").read_bytes()
     write(f"corvid/{MENU_ICON}.png", png(menu_icon, 16, 16))
+    # File managers look an entry's icon up by its name.
+    for size in EMBLEM_SIZES:
+        write(f"icons/hicolor/{size}x{size}/apps/{MENU_ICON}.png", png(menu_icon, size, size))
 
 
 def sheet() -> bytes:

@@ -73,7 +73,7 @@ void addRulesCommand(const Command& program) {
     command.setFooter(
         "A line of the file is one of these; the first that matches an item counts:\n"
         "  badge PATTERN BADGE\n"
-        "  menu PATTERN [\"SUBMENU\" >] \"TITLE\" ACTION [disabled]\n"
+        "  menu PATTERN [\"SUBMENU\" >] \"TITLE\" ACTION [checked] [disabled]\n"
         "  menu PATTERN \"TITLE\" disabled\n"
         "  menu PATTERN -\n"
         "  on ACTION BADGE\n"

@@ -193,6 +193,7 @@ private:
             rule.item.isEnabled = false;
         } else {
             rule.item.action = action.text;
+            rule.item.isChecked = takeIf("checked");
             rule.item.isEnabled = !takeIf("disabled");
         }
         if (!isValidUTF8(action.text)) {

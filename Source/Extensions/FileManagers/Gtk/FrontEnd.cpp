@@ -75,11 +75,18 @@ std::string FrontEnd::takeRedraw() {
     }
     std::string path = std::move(redraws_.front());
     redraws_.pop_front();
-    redrawing_.insert(path);
     return path;
 }
 
-const MenuCache::KnownMenu* FrontEnd::menu(const MenuSelection& selection) {
+void FrontEnd::badgeWillBeAskedFor(const std::string& path) {
+    // A file manager that draws only what is in view may never ask.
+    if (redrawing_.size() >= kMaxDrawnItems) {
+        redrawing_.clear();
+    }
+    redrawing_.insert(path);
+}
+
+const MenuCache::KnownMenu* FrontEnd::menu(const MenuSelection& selection, MenuCache::Use use) {
     if (isRefused_) {
         return &restartNote_;
     }
@@ -88,7 +95,7 @@ const MenuCache::KnownMenu* FrontEnd::menu(const MenuSelection& selection) {
             return nullptr;
         }
     }
-    return selection.items.empty() ? nullptr : menus_.menu(selection);
+    return selection.items.empty() ? nullptr : menus_.menu(selection, use);
 }
 
 void FrontEnd::linkUp() {
@@ -97,8 +104,8 @@ void FrontEnd::linkUp() {
 }
 
 void FrontEnd::linkDown(const std::string& /*reason*/) {
-    // The badges stay as they were last known; menus cannot be had.
-    fileManager_.menusChanged();
+    // The badges stay as they were last known.
+    menus_.linkDown();
 }
 
 void FrontEnd::linkRefused(const std::string& /*reason*/) {

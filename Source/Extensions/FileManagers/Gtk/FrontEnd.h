@@ -38,11 +38,13 @@ public:
     /// The file manager draws an item: its badge as far as it is known, empty for none.
     std::string badge(const std::string& path, bool isFolder);
 
-    /// The next item to draw anew; empty when there is none.
+    /// The next item to draw anew; empty when there is none. Whoever has the file manager ask for
+    /// its badge says so, so that this is not taken for a change of the item.
     std::string takeRedraw();
+    void badgeWillBeAskedFor(const std::string& path);
 
-    /// As in MenuCache.
-    const MenuCache::KnownMenu* menu(const MenuSelection& selection);
+    /// As in MenuCache; null outside the volume.
+    const MenuCache::KnownMenu* menu(const MenuSelection& selection, MenuCache::Use use);
     void click(std::uint32_t menu, std::uint32_t item) { menus_.click(menu, item); }
 
 private:
@@ -67,7 +69,7 @@ private:
     std::unordered_map<std::string, std::unordered_set<std::string>> drawn_;
     std::size_t drawnItems_ = 0;
     std::deque<std::string> redraws_;
-    /// What was handed out by takeRedraw(): the next badge() of it is no change of the item.
+    /// The next badge() of these is no change of the item.
     std::unordered_set<std::string> redrawing_;
 };
 

@@ -27,28 +27,33 @@ MenuCache::Entry& MenuCache::entryOf(const MenuSelection& selection) {
     return entries_.front();
 }
 
-const MenuCache::KnownMenu* MenuCache::menu(const MenuSelection& selection) {
-    if (!client_.isUp()) {
-        return nullptr;
-    }
+const MenuCache::KnownMenu* MenuCache::menu(const MenuSelection& selection, Use use) {
     Entry& entry = entryOf(selection);
     const bool isFresh = Clock::now() - entry.answered < kFreshness;
-    if (entry.request == 0 && !(entry.isKnown && entry.menu.isAnswer && isFresh) &&
-        !(entry.isOutside && isFresh)) {
+    const bool mustTryAgain = entry.outcome == Entry::Outcome::failed && use == Use::opening;
+    if (entry.request == 0 && (entry.outcome == Entry::Outcome::none || !isFresh || mustTryAgain)) {
         ask(entry);
     }
-    if (!entry.isKnown && !entry.isOutside && entry.request != 0 && !isSlow_) {
-        waitFor(entry.request);
+    const bool hasNothing =
+        entry.outcome == Entry::Outcome::none || entry.outcome == Entry::Outcome::failed;
+    if (hasNothing && entry.request != 0) {
+        if (use == Use::opening) {
+            waitFor(entry.request, entry.asked + kPatience);
+        } else if (entry.outcome == Entry::Outcome::none &&
+                   Clock::now() - entry.asked < kPatience) {
+            // Who opens the menu before the answer has come is to ask again, and will wait.
+            entry.handedOut = Entry::HandedOut::nothing;
+            changed_();
+            return nullptr;
+        }
     }
-    // What came meanwhile went into the entries; this one is still the first.
-    Entry& answered = entries_.front();
-    if (answered.isOutside) {
+    // A link that broke while it was waited for has taken the entries with it.
+    Entry& answered = entryOf(selection);
+    if (answered.outcome == Entry::Outcome::outside) {
         return nullptr;
     }
-    if (!answered.isKnown) {
-        answered.menu.isAnswer = false;
-        answered.wasShownWithout = true;
-    }
+    answered.menu.isAnswer = answered.outcome == Entry::Outcome::made;
+    answered.handedOut = answered.menu.isAnswer ? Entry::HandedOut::menu : Entry::HandedOut::note;
     return &answered.menu;
 }
 
@@ -60,21 +65,20 @@ void MenuCache::ask(Entry& entry) {
     request.folder = entry.selection.folder;
     request.selection = entry.selection.items;
     entry.request = client_.send(request) ? request.request : 0;
+    entry.asked = Clock::now();
 }
 
-void MenuCache::waitFor(std::uint32_t request) {
+void MenuCache::waitFor(std::uint32_t request, Clock::time_point deadline) {
     const auto isAnswered = [&] {
         return std::none_of(entries_.begin(), entries_.end(),
                             [&](const Entry& entry) { return entry.request == request; });
     };
     isWaiting_ = true;
-    const Clock::time_point deadline = Clock::now() + kPatience;
     while (!isAnswered() && client_.isUp()) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd entry{client_.fd(), POLLIN, 0};
         if (left <= 0 || poll(&entry, 1, static_cast<int>(left)) == 0) {
-            isSlow_ = true;
             break;
         }
         client_.dispatch();
@@ -87,9 +91,13 @@ void MenuCache::click(std::uint32_t number, std::uint32_t item) {
 }
 
 void MenuCache::linkUp() {
+    changed_();
+}
+
+void MenuCache::linkDown() {
     // The menus of an earlier connection cannot be clicked in any more.
     entries_.clear();
-    isSlow_ = false;
+    changed_();
 }
 
 void MenuCache::received(const link::MenuReply& reply) {
@@ -105,24 +113,32 @@ void MenuCache::received(const link::MenuReply& reply) {
     if (reply.outcome == link::MenuOutcome::superseded) {
         return;
     }
-    entry.isOutside = reply.outcome == link::MenuOutcome::notOnVolume;
-    if (reply.outcome == link::MenuOutcome::hostFailed && entry.isKnown) {
-        return;
+    using Outcome = Entry::Outcome;
+    const Outcome outcome = reply.outcome == link::MenuOutcome::made          ? Outcome::made
+                            : reply.outcome == link::MenuOutcome::notOnVolume ? Outcome::outside
+                                                                              : Outcome::failed;
+    if (outcome == Outcome::failed && entry.outcome == Outcome::made) {
+        return; // the last known menu is better than none
     }
-    isSlow_ = reply.outcome == link::MenuOutcome::hostFailed;
-    entry.isKnown = reply.outcome == link::MenuOutcome::made;
     const bool isOther =
-        std::exchange(entry.wasShownWithout, false) || entry.menu.entries != reply.entries;
-    entry.menu = {reply.menu, reply.title, reply.entries, entry.isKnown};
+        entry.handedOut == Entry::HandedOut::nothing ||
+        (entry.handedOut == Entry::HandedOut::note) != (outcome == Outcome::failed) ||
+        entry.menu.entries != reply.entries;
+    entry.outcome = outcome;
+    entry.menu = {reply.menu, reply.title, reply.entries, outcome == Outcome::made};
     if (isOther && !isWaiting_) {
         changed_();
     }
 }
 
-void MenuCache::received(const link::HostStateChange& change) {
-    isSlow_ = change.state == link::HostState::notAnswering;
+void MenuCache::received(const link::HostStateChange& /*change*/) {
+    bool isAwaited = false;
     for (Entry& entry : entries_) {
         entry.answered = {};
+        isAwaited = isAwaited || entry.handedOut != Entry::HandedOut::menu;
+    }
+    if (isAwaited && !isWaiting_) {
+        changed_();
     }
 }
 

@@ -21,8 +21,7 @@ struct MenuSelection {
 };
 
 /// The menus of the last few selections. A menu is asked for when a selection is first heard of;
-/// whoever opens it before the answer has come waits for it, but never longer than kPatience, and
-/// not again until the host has answered something.
+/// who opens it before the answer has come waits for it, but never beyond kPatience after that.
 ///
 /// A menu stays as it is for kFreshness, since file managers ask again and again for the menu that
 /// they show, and a click must find the entry that it was made on. On its owner's thread, the one
@@ -40,19 +39,26 @@ public:
         bool isAnswer = true; ///< false while the host does not answer
     };
 
-    /// `changed` hears that a menu which was shown without its entries, or with old ones, has
-    /// others now. `client` must outlive this.
+    /// `changed` hears that a menu should be asked for again: it was handed out without its
+    /// entries, or with old ones. `client` must outlive this.
     MenuCache(link::LinkClient& client, std::function<void()> changed);
 
-    /// The menu for the selection; null where there is none to show: outside the volume, and
-    /// without an extension. Valid until the next call of a member.
-    const KnownMenu* menu(const MenuSelection& selection);
+    /// What a menu that shows the selection is made for.
+    enum class Use : std::uint8_t {
+        preparing, ///< nobody sees it yet: never waits
+        opening,   ///< it comes on the screen now
+    };
+
+    /// The menu for the selection; null where there is none to show: outside the volume, and while
+    /// a menu that is being prepared is awaited. Valid until the next call of a member.
+    const KnownMenu* menu(const MenuSelection& selection, Use use);
 
     /// Sends a click on entry `item`, as entries are numbered by the link, of the menu `number`.
     void click(std::uint32_t number, std::uint32_t item);
 
     // What the extension says.
     void linkUp();
+    void linkDown();
     void received(const link::MenuReply& reply);
     void received(const link::HostStateChange& change);
 
@@ -62,20 +68,26 @@ private:
         MenuSelection selection;
         KnownMenu menu;
         std::uint32_t request = 0; ///< in work; 0 for none
+        Clock::time_point asked{};
         Clock::time_point answered{};
-        bool isKnown = false; ///< there is a menu to show
-        bool isOutside = false;
-        bool wasShownWithout = false; ///< somebody saw it before it was known
+        enum class Outcome : std::uint8_t {
+            none, ///< not answered yet
+            made, ///< there is a menu to show
+            outside,
+            failed,
+        };
+        Outcome outcome = Outcome::none;
+        enum class HandedOut : std::uint8_t { menu, nothing, note };
+        HandedOut handedOut = HandedOut::menu;
     };
 
     Entry& entryOf(const MenuSelection& selection);
     void ask(Entry& entry);
-    void waitFor(std::uint32_t request);
+    void waitFor(std::uint32_t request, Clock::time_point deadline);
 
     link::LinkClient& client_;
     const std::function<void()> changed_;
     std::deque<Entry> entries_; ///< newest first
-    bool isSlow_ = false;       ///< the last wait was in vain, and nothing has come since
     bool isWaiting_ = false;
 };
 

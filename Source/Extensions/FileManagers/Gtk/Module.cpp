@@ -1,8 +1,7 @@
 // The module that the file manager loads: its entry points, and the two providers behind them.
 
 #include "Extensions/FileManagers/Gtk/Module.h"
-
-#include "FileManager.h"
+#include "Extensions/FileManagers/Gtk/FileManager.h"
 
 #include <gio/gio.h>
 #include <glib-unix.h>
@@ -18,9 +17,15 @@ namespace {
 
 /// Redrawing gives way to the file manager's own work after this long.
 constexpr std::chrono::milliseconds kRedrawSlice{5};
+/// That of drawing in GTK is 120.
+constexpr int kLinkPriority = G_PRIORITY_HIGH_IDLE + 30;
+
+/// In hicolor, as the controller names it for the host's entries.
+constexpr const char* kMenuIcon = "MorrowFilesAppIcon";
 
 MenuProvider* menuProvider = nullptr; // weak; the file manager owns it
 guint redrawSource = 0;
+guint menusSource = 0;
 
 struct FreeGLib {
     void operator()(char* text) const { g_free(text); }
@@ -49,6 +54,7 @@ gboolean redrawSome(gpointer /*data*/) {
         }
         const GRef<GFile> location(g_file_new_for_path(path.c_str()));
         if (const GRef<FileInfo> file(fileLookUp(location.get())); file) {
+            frontEnd().badgeWillBeAskedFor(path);
             fileInvalidate(file.get());
         }
     }
@@ -62,10 +68,18 @@ void wantRedraw() {
 }
 
 gboolean tellMenusChanged(gpointer /*data*/) {
+    menusSource = 0;
     if (menuProvider != nullptr) {
         menusChanged(menuProvider);
     }
     return G_SOURCE_REMOVE;
+}
+
+void wantMenus() {
+    // Before any click, which must not find a menu that lacks its entries.
+    if (menusSource == 0) {
+        menusSource = g_idle_add_full(G_PRIORITY_HIGH, tellMenusChanged, nullptr, nullptr);
+    }
 }
 
 gboolean dispatchLink(gint /*fd*/, GIOCondition /*condition*/, gpointer data) {
@@ -78,9 +92,9 @@ FrontEnd* makeFrontEnd() {
     options.frontEnd = kFrontEndName;
     const char* const program = std::getenv("CVD_FINDER_EXT_PROGRAM");
     options.extension = program != nullptr ? program : CORVID_FINDER_EXT_PROGRAM;
-    auto* const made = new FrontEnd(std::move(options),
-                                    {wantRedraw, [] { g_idle_add(tellMenusChanged, nullptr); }});
-    g_unix_fd_add(made->fd(), G_IO_IN, dispatchLink, made);
+    auto* const made = new FrontEnd(std::move(options), {wantRedraw, wantMenus});
+    // After what people do and what they see of it: badges may come faster than they are drawn.
+    g_unix_fd_add_full(kLinkPriority, made->fd(), G_IO_IN, dispatchLink, made, nullptr);
     return made;
 }
 
@@ -115,9 +129,6 @@ void onActivate(MenuEntryObject* /*entry*/, gpointer data) {
 }
 
 std::string labelOf(const link::MenuEntry& entry) {
-    if (entry.isSeparator) {
-        return "────────";
-    }
     std::string label(std::size_t{entry.indentation} * 2, ' ');
     // These menus have no marks of their own.
     label += entry.state > 0 ? "✓ " : entry.state < 0 ? "– " : "";
@@ -158,6 +169,9 @@ private:
         // File and background menus of one name share one action in Nautilus.
         const std::string name =
             std::string(isBackground_ ? "CorvidBackground::" : "Corvid::") + std::to_string(number);
+        if (entry.isSeparator) {
+            return menuSeparatorNew(name.c_str());
+        }
         MenuEntryObject* const made =
             menuEntryNew(name.c_str(), labelOf(entry).c_str(), entry.toolTip.c_str(),
                          entry.iconName.empty() ? nullptr : entry.iconName.c_str());
@@ -187,7 +201,8 @@ MenuEntryObject* note(const char* text) {
 }
 
 GList* menuItems(const MenuSelection& selection) {
-    const MenuCache::KnownMenu* const known = frontEnd().menu(selection);
+    const MenuCache::KnownMenu* const known = frontEnd().menu(
+        selection, isOpeningMenu() ? MenuCache::Use::opening : MenuCache::Use::preparing);
     if (known == nullptr || (known->isAnswer && known->entries.empty())) {
         return nullptr;
     }
@@ -197,7 +212,7 @@ GList* menuItems(const MenuSelection& selection) {
     }
     MenuEntryObject* const top =
         menuEntryNew(selection.isBackground ? "CorvidBackground::Top" : "Corvid::Top",
-                     known->title.c_str(), "", "corvid");
+                     known->title.c_str(), "", kMenuIcon);
     MenuObject* const submenu =
         MenuBuilder(known->number, selection.isBackground).build(known->entries);
     menuEntrySetSubmenu(top, submenu);
@@ -290,9 +305,11 @@ std::string pathOfURI(const char* uri) {
 
 } // namespace corvid::gtk
 
+// The entry points that the file manager looks up by name.
+
 #define CORVID_EXPORT extern "C" __attribute__((visibility("default")))
 
-CORVID_EXPORT void CORVID_MODULE_INITIALIZE(GTypeModule* module) {
+CORVID_EXPORT void CORVID_FUNCTION(module_initialize)(GTypeModule* module) {
     using namespace corvid::gtk;
     static const GTypeInfo kInfo = {
         sizeof(ExtensionClass), nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -306,9 +323,9 @@ CORVID_EXPORT void CORVID_MODULE_INITIALIZE(GTypeModule* module) {
     registerObservation(module, extensionType);
 }
 
-CORVID_EXPORT void CORVID_MODULE_SHUTDOWN() {}
+CORVID_EXPORT void CORVID_FUNCTION(module_shutdown)() {}
 
-CORVID_EXPORT void CORVID_MODULE_LIST_TYPES(const GType** types, int* count) {
+CORVID_EXPORT void CORVID_FUNCTION(module_list_types)(const GType** types, int* count) {
     static GType list[1];
     list[0] = corvid::gtk::extensionType;
     *types = list;

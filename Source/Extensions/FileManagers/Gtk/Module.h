@@ -19,4 +19,7 @@ std::string pathOfURI(const char* uri);
 /// the file. Called once, when the module is loaded, with its type.
 void registerObservation(GTypeModule* module, GType type);
 
+/// Whether the menu that is being asked for comes on the screen now. The build picks the file.
+bool isOpeningMenu();
+
 } // namespace corvid::gtk

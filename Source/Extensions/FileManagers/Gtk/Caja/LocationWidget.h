@@ -4,12 +4,6 @@
 
 namespace corvid::gtk {
 
-using LocationWidgetProvider = CajaLocationWidgetProvider;
-using LocationWidgetProviderInterface = CajaLocationWidgetProviderIface;
-
-inline GType locationWidgetProviderType() {
-    return CAJA_TYPE_LOCATION_WIDGET_PROVIDER;
-}
 /// Caja lists extensions by their files.
 inline void registerName(GTypeModule* /*module*/, GType /*type*/) {}
 

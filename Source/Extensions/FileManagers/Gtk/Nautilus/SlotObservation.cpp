@@ -94,4 +94,9 @@ void registerObservation(GTypeModule* /*module*/, GType /*type*/) {
     }
 }
 
+/// GTK 4 does not say what is being handled; a menu is asked for in that moment too.
+bool isOpeningMenu() {
+    return true;
+}
+
 } // namespace corvid::gtk

@@ -5,13 +5,6 @@
 
 namespace corvid::gtk {
 
-using LocationWidgetProvider = NemoLocationWidgetProvider;
-using LocationWidgetProviderInterface = NemoLocationWidgetProviderInterface;
-
-inline GType locationWidgetProviderType() {
-    return NEMO_TYPE_LOCATION_WIDGET_PROVIDER;
-}
-
 /// Nemo lists extensions by what they say of themselves.
 inline void registerName(GTypeModule* module, GType type) {
     static const GInterfaceInfo kProvider = {

@@ -1,0 +1,380 @@
+"""A screen that nobody sees, with a file manager on it: found by accessible names, looked at by
+pixels, driven by the pointer and keys. Whatever is waited for is looked for again whenever
+something happens on the screen or in a program, and only then."""
+
+import mmap
+import os
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+from file_managers import BUILD, die_with_parent, environment_of
+
+SKIPPED = 77
+PICTURES = BUILD / "pictures"
+PATIENCE = int(os.environ.get("PATIENCE","120"))
+WIDTH, HEIGHT = 1100, 750
+EMBLEM_SIZES = (16, 24, 32, 48, 64)
+
+
+def skip(reason):
+    print(f"Skipped: {reason}")
+    sys.exit(SKIPPED)
+
+
+try:
+    import gi
+    gi.require_version("Atspi", "2.0")
+    gi.require_version("GdkPixbuf", "2.0")
+    from gi.repository import Atspi, GdkPixbuf, GLib
+    from Xlib import XK, X
+    from Xlib import display as xdisplay
+    from Xlib.ext import damage, xtest
+except (ImportError, ValueError) as problem:
+    skip(f"{problem}; script/bootstrap test installs what this needs")
+
+
+def library_folder():
+    libraries = subprocess.run(["pkg-config", "--variable=libdir", "gtk+-3.0"],
+                               capture_output=True, text=True, check=False).stdout.strip()
+    return libraries or "/usr/lib"
+
+
+LINE = "────────"  # between entries, where there are no real lines
+
+
+class Desktop:
+    """An X server, a session bus and the accessibility bus on it: one for a process."""
+
+    def __init__(self):
+        if not shutil.which("Xvfb"):
+            skip("Xvfb is not installed; script/bootstrap test installs it")
+        self.scratch = Path(tempfile.mkdtemp(prefix="corvid-desktop-"))
+        runtime = self.scratch / "run"
+        runtime.mkdir(mode=0o700)
+        os.environ.update(HOME=str(self.scratch), XDG_RUNTIME_DIR=str(runtime),
+                          GSETTINGS_BACKEND="memory", GIO_USE_VFS="local", LANG="C.UTF-8")
+        for name in ("AT_SPI_BUS_ADDRESS", "WAYLAND_DISPLAY", "XDG_CONFIG_HOME", "XDG_DATA_HOME",
+                     "XDG_CACHE_HOME", "NO_AT_BRIDGE"):
+            os.environ.pop(name, None)
+        self.server, number = self._start("-displayfd", [
+            "Xvfb", "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"])
+        os.environ["DISPLAY"] = ":" + number
+        self.bus, address = self._start("--print-address", [
+            "dbus-daemon", "--session", "--nofork", "--nopidfile"], joined="=")
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = address
+
+        self.display = xdisplay.Display()
+        self.root = self.display.screen().root
+        self.display.extension_event  # noqa: B018 (loads the table of extension events)
+        self.display.damage_query_version()
+        self.root.damage_create(damage.DamageReportRawRectangles)
+        self.display.flush()
+        GLib.io_add_watch(self.display.fileno(), GLib.PRIORITY_DEFAULT, GLib.IO_IN,
+                          lambda *_: self._take_x_events())
+        Atspi.init()
+        self.listener = Atspi.EventListener.new(lambda _event: None)
+        for event in ("object:state-changed", "object:children-changed", "object:bounds-changed",
+                      "object:visible-data-changed", "object:text-changed", "window:"):
+            self.listener.register(event)
+        self.emblems = {}
+
+    def _start(self, option, command, joined=None):
+        """Starts a server and returns it with what it writes once it is ready."""
+        reading, writing = os.pipe()
+        arguments = [f"{option}{joined}{writing}"] if joined else [option, str(writing)]
+        process = subprocess.Popen(command + arguments, pass_fds=[writing],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   start_new_session=True, preexec_fn=die_with_parent)
+        os.close(writing)
+        with os.fdopen(reading, encoding="ascii") as ready:
+            return process, ready.readline().strip()
+
+    def _take_x_events(self):
+        while self.display.pending_events():
+            self.display.next_event()
+        return GLib.SOURCE_CONTINUE
+
+    def close(self):
+        for server in (self.bus, self.server):
+            os.killpg(server.pid, signal.SIGKILL)
+            server.wait()
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    # Waiting.
+
+    def wait_for(self, predicate, what):
+        """What `predicate` returns, as soon as that is true; it is called again after events."""
+        context = GLib.MainContext.default()
+        expired = []
+        timer = GLib.timeout_add_seconds(PATIENCE, lambda: expired.append(True) or False)
+        try:
+            while True:
+                try:
+                    result = predicate()
+                except GLib.Error:  # an object that went away while it was looked at
+                    result = None
+                if result:
+                    return result
+                if expired:
+                    raise AssertionError(f"not seen in {PATIENCE} s: {what}")
+                # X events that came with a reply wait in the library, where no poll sees them.
+                if not self.display.pending_events():
+                    context.iteration(True)
+                self._take_x_events()
+                while context.pending():
+                    context.iteration(False)
+        finally:
+            if not expired:
+                GLib.source_remove(timer)
+
+    # Looking.
+
+    def screen(self):
+        """The pixels of the whole screen, four bytes each: blue, green, red and nothing."""
+        return self.root.get_image(0, 0, WIDTH, HEIGHT, X.ZPixmap, 0xffffffff).data
+
+    def picture(self, target, area=None):
+        """Keeps what is on the screen, or in an area of it, as a picture."""
+        target.parent.mkdir(exist_ok=True)
+        pixels = bytearray(self.screen())
+        pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
+        pixels[3::4] = b"\xff" * (WIDTH * HEIGHT)
+        image = GdkPixbuf.Pixbuf.new_from_bytes(GLib.Bytes.new(bytes(pixels)),
+                                                GdkPixbuf.Colorspace.RGB, True, 8, WIDTH, HEIGHT,
+                                                WIDTH * 4)
+        if area:
+            image = image.new_subpixbuf(*area)
+        image.savev(str(target), "png", [], [])
+
+    def emblem(self, badge, size):
+        """The rows of a badge's picture: where each begins that has opaque pixels, and those."""
+        if (badge, size) not in self.emblems:
+            path = BUILD / f"share/icons/hicolor/{size}x{size}/emblems/emblem-corvid-{badge}.png"
+            image = GdkPixbuf.Pixbuf.new_from_file(str(path))
+            pixels, stride = image.get_pixels(), image.get_rowstride()
+            rows = []
+            for y in range(size):
+                line = [pixels[y * stride + 4 * x:y * stride + 4 * x + 4] for x in range(size)]
+                opaque = [x for x in range(size) if line[x][3] == 255]
+                if opaque and opaque == list(range(opaque[0], opaque[-1] + 1)):
+                    rows.append((opaque[0], y, b"".join(
+                        bytes((line[x][2], line[x][1], line[x][0])) for x in opaque)))
+            self.emblems[badge, size] = rows
+        return self.emblems[badge, size]
+
+    def badges_in(self, area, screen=None):
+        """Which badges are drawn in the area (x, y, width, height), as pixels tell."""
+        left, top, width, height = area
+        left, top = max(0, left), max(0, top)
+        right, bottom = min(WIDTH, area[0] + width), min(HEIGHT, area[1] + height)
+        pixels = screen or self.screen()
+        lines = []
+        for y in range(top, bottom):
+            line = bytearray(pixels[4 * (y * WIDTH + left):4 * (y * WIDTH + right)])
+            del line[3::4]
+            lines.append(bytes(line))
+        return {badge for badge in BADGES for size in EMBLEM_SIZES
+                if self._is_drawn(self.emblem(badge, size), lines)}
+
+    @staticmethod
+    def _is_drawn(rows, lines):
+        # The longest row is looked for, then the others where they would have to be.
+        start, y0, key = max(rows, key=lambda row: len(row[2]))
+        for number, line in enumerate(lines):
+            at = line.find(key)
+            while at >= 0:
+                if at % 3 == 0 and all(
+                        0 <= number + y - y0 < len(lines) and
+                        lines[number + y - y0][at + 3 * (x - start):][:len(row)] == row
+                        for x, y, row in rows):
+                    return True
+                at = line.find(key, at + 1)
+        return False
+
+    # The pointer and keys.
+
+    def click(self, x, y, button=1, count=1):
+        self.move(x, y)
+        for _ in range(count):
+            xtest.fake_input(self.display, X.ButtonPress, button)
+            xtest.fake_input(self.display, X.ButtonRelease, button)
+        self.display.sync()
+
+    def move(self, x, y):
+        xtest.fake_input(self.display, X.MotionNotify, x=int(x), y=int(y))
+        self.display.sync()
+
+    def key(self, name, *modifiers):
+        """Presses a key while others are held. There is no window manager to say whose they are:
+        they go to the window in the corner of the screen."""
+        self.move(WIDTH / 4, HEIGHT / 2)
+        self.root.query_pointer().child.set_input_focus(X.RevertToParent, X.CurrentTime)
+        codes = [self.display.keysym_to_keycode(XK.string_to_keysym(key))
+                 for key in (*modifiers, name)]
+        for code in codes:
+            xtest.fake_input(self.display, X.KeyPress, code)
+        for code in reversed(codes):
+            xtest.fake_input(self.display, X.KeyRelease, code)
+        self.display.sync()
+
+
+BADGES = ("accessDenied", "checkedOut", "cloud", "error", "finishedTransfer", "inProgress", "synced",
+          "syncedpartial")
+
+
+class Probe:
+    """What a file manager's main loop says of its pauses, in milliseconds."""
+
+    FIELDS = struct.Struct("QQQ")
+
+    def __init__(self, path):
+        self.path = path
+        path.write_bytes(bytes(self.FIELDS.size))
+        with open(path, "r+b") as file:
+            self.memory = mmap.mmap(file.fileno(), self.FIELDS.size)
+
+    def restart(self):
+        self.memory[:] = bytes(self.FIELDS.size)
+
+    def read(self):
+        iterations, longest, held_up = self.FIELDS.unpack(self.memory)
+        return {"iterations": iterations, "longest": longest / 1e6, "held up": held_up / 1e6}
+
+
+class Window:
+    """A running file manager that shows the volume of a world."""
+
+    def __init__(self, desktop, manager, world, folder=None, extension=True):
+        self.desktop, self.manager, self.world = desktop, manager, world
+        self.probe = Probe(world.scratch / "probe")
+        self.environment = {
+            **environment_of(manager, world, extension),
+            "DISPLAY": os.environ["DISPLAY"], "GDK_BACKEND": "x11",
+            "DBUS_SESSION_BUS_ADDRESS": os.environ["DBUS_SESSION_BUS_ADDRESS"],
+            "CORVID_TRIAL_PROBE": str(self.probe.path),
+        }
+        self.messages = tempfile.TemporaryFile(mode="w+")
+        self.process = subprocess.Popen(
+            [*manager.command, str(folder or world.volume)], env=self.environment,
+            stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages,
+            start_new_session=True, preexec_fn=die_with_parent)
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+        self.messages.close()
+
+    def said(self):
+        self.messages.seek(0)
+        return self.messages.read().strip()
+
+    # What is in it, by accessible names.
+
+    PASSED_OVER = ("menu bar", "tool bar", "status bar")
+
+    def application(self):
+        desktop = Atspi.get_desktop(0)
+        for index in range(desktop.get_child_count()):
+            child = desktop.get_child_at_index(index)
+            if child is not None and child.get_process_id() == self.process.pid:
+                return child
+        return None
+
+    def walk(self, accessible=None):
+        """What can be seen and what is in it, outermost first."""
+        accessible = accessible or self.application()
+        if accessible is None:
+            return
+        yield accessible
+        role = accessible.get_role_name()
+        if role in self.PASSED_OVER or role == "menu" and not is_showing(accessible):
+            return
+        for index in range(accessible.get_child_count()):
+            child = accessible.get_child_at_index(index)
+            if child is not None:
+                yield from self.walk(child)
+
+    def tree(self):
+        """All of it as text, for messages."""
+        return "\n".join(f"{one.get_role_name()} {one.get_name()!r}" for one in self.walk())
+
+    def find_item(self, name):
+        """The area (x, y, width, height) of a file or folder in the view; None when it is not
+        there."""
+        for accessible in self.walk():
+            if accessible.get_name() == name and accessible.get_role_name() == self.manager.item:
+                return area_of(accessible)
+        return None
+
+    def item(self, name):
+        return self.desktop.wait_for(lambda: self.find_item(name), f"{name}\n{self.said()}")
+
+    def badges_of(self, name, screen=None):
+        """The badges that are drawn on an item; None when there is no such item."""
+        area = self.find_item(name)
+        if not area:
+            return None
+        # Emblems stand out by a pixel or two.
+        x, y, width, height = area
+        left = self.manager.left
+        return self.desktop.badges_in((x - left, y - 4, left + width + 4, height + 8), screen)
+
+    def area(self):
+        """Where the window is."""
+        return self.desktop.wait_for(lambda: next(
+            (area_of(one) for one in self.walk() if one.get_role_name() == "frame"), None),
+            "the window")
+
+    # Its menus.
+
+    MENU_ROLES = ("menu", "menu item", "check menu item", "radio menu item", "separator")
+
+    def shown_entries(self):
+        """The entries of the menus that are open."""
+        return (one for one in self.walk()
+                if one.get_role_name() in self.MENU_ROLES and is_showing(one))
+
+    def entry(self, title):
+        """Waits for an entry of an open menu."""
+        return self.desktop.wait_for(
+            lambda: next((one for one in self.shown_entries()
+                          if one.get_name() == title and area_of(one)[2] > 1), None),
+            f"the menu entry {title!r}")
+
+    def entries_below(self, title):
+        """Title and "is enabled" of what the open submenu of an entry shows."""
+        return [(LINE, False) if one.get_role_name() == "separator" else
+                (one.get_name(), one.get_state_set().contains(Atspi.StateType.SENSITIVE))
+                for one in self.shown_entries() if one.get_parent().get_name() == title]
+
+    def open_menu(self, name):
+        """Right-clicks an item."""
+        self.click_item(name, button=3)
+
+    def click_item(self, name, **options):
+        x, y, width, height = self.item(name)
+        # In a list the icon is beside what has the name, and what is right of the name is no item.
+        x += -self.manager.left / 2 if self.manager.item == "table cell" else width / 2
+        self.desktop.click(x, y + height / 3, **options)
+
+    def choose(self, *titles):
+        """Clicks through entries of the open menu."""
+        for title in titles:
+            x, y, width, height = area_of(self.entry(title))
+            self.desktop.click(x + width / 2, y + height / 2)
+
+
+def is_showing(accessible):
+    return accessible.get_state_set().contains(Atspi.StateType.SHOWING)
+
+
+def area_of(accessible):
+    extents = accessible.get_extents(Atspi.CoordType.SCREEN)
+    return extents.x, extents.y, extents.width, extents.height

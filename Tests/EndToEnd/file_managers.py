@@ -1,0 +1,74 @@
+"""The file managers that there are modules for, and how one of the build is tried in each."""
+
+import ctypes
+import os
+import shutil
+import signal
+import subprocess
+from pathlib import Path
+
+BUILD = Path(os.environ["CORVID_BIN_DIR"]).parent
+
+
+def library_folder():
+    libraries = subprocess.run(["pkg-config", "--variable=libdir", "gtk+-3.0"],
+                               capture_output=True, text=True, check=False).stdout.strip()
+    return libraries or "/usr/lib"
+
+
+class FileManager:
+    """What has to be known of one of them."""
+
+    def __init__(self, name, command, own_folder, item, left=4, settings=""):
+        self.name = name
+        self.command = command
+        self.own_folder = f"{library_folder()}/{own_folder}"
+        self.modules = BUILD / "modules" / name
+        self.item = item  # the accessible role of a file or folder
+        self.left = left  # how many pixels of it are to the left of what has its name
+        self.settings = settings
+
+    def missing(self):
+        """Why it cannot be run, as a sentence; empty when it can."""
+        if not shutil.which(self.command[0]):
+            return f"{self.command[0]} is not installed; script/bootstrap test installs most of them"
+        if not list(self.modules.glob("*.so")):
+            return (f"{self.modules} holds no module; install lib{self.name}-extension-dev and "
+                    "build again")
+        return ""
+
+
+CAJA = FileManager("caja", ["caja", "--no-desktop", "--browser"], "caja/extensions-2.0", "icon")
+# Nemo does not say where the items of its other views are.
+NEMO = FileManager("nemo", ["nemo", "--no-desktop"], "nemo/extensions-3.0", "table cell", left=60,
+                   settings="[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n"
+                            "[org/nemo/list-view]\ndefault-zoom-level='standard'\n")
+NAUTILUS = FileManager("nautilus", ["nautilus", "--new-window"], "nautilus/extensions-4",
+                       "list item")
+
+
+def environment_of(manager, world, extension=True):
+    """Has the file manager load the module of the build, in the world's home, with its settings.
+    Without `extension` that program cannot be started."""
+    configuration = world.home / ".config"
+    (configuration / "glib-2.0/settings").mkdir(parents=True, exist_ok=True)
+    (configuration / "glib-2.0/settings/keyfile").write_text(manager.settings)
+    (configuration / "gtk-3.0").mkdir(exist_ok=True)
+    (configuration / "gtk-3.0/settings.ini").write_text("[Settings]\ngtk-menu-images=1\n")
+    return {
+        **world.environment,
+        "XDG_DATA_DIRS": f"{BUILD / 'share'}:/usr/local/share:/usr/share",
+        "XDG_CURRENT_DESKTOP": "X-Generic",
+        "GSETTINGS_BACKEND": "keyfile", "GIO_USE_VFS": "local", "GIO_USE_VOLUME_MONITOR": "unix",
+        "LIBGL_ALWAYS_SOFTWARE": "1",
+        "LD_PRELOAD": str(BUILD / "modules/libcorvid-trial.so"),
+        "CORVID_TRIAL_OWN": manager.own_folder,
+        "CORVID_TRIAL_MODULES": str(manager.modules),
+        "CVD_FINDER_EXT_PROGRAM":
+            str(BUILD / "bin/corvid-finder-ext") if extension else "/nonexistent/extension",
+    }
+
+
+def die_with_parent():
+    """In a child, before its program: the kernel ends it with the thread that started it."""
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL)
