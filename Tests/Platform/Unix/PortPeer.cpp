@@ -308,6 +308,7 @@ void misbehave(const std::string& name, const std::string& how) {
 }
 
 void limitDescriptors(rlim_t count) {
+    closefrom(STDERR_FILENO + 1); // What was inherited does not count.
     const rlimit limit{count, count};
     setrlimit(RLIMIT_NOFILE, &limit);
 }

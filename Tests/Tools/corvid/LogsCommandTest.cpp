@@ -160,7 +160,7 @@ TEST_F(LogsCommand, ABundleTellsNoNamesUnlessAsked) {
            "=/home/me/Corvid/Secret plan/My salary.xlsx\n"
            "2000-01-01 00:00:00.000 +00:00 1:1 verbose <UI> Set badge with id =synced for url "
            "=/srv/Sync/Secret plan/My salary.xlsx\n";
-    const auto unpacked = [this, &name](const std::string& archive) {
+    const auto unpacked = [&name](const std::string& archive) {
         const std::string target = archive + ".d";
         std::filesystem::create_directory(target);
         EXPECT_EQ(std::system(("tar -xzf " + archive + " -C " + target).c_str()), 0);
