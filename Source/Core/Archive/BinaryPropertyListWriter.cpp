@@ -12,6 +12,8 @@ namespace corvid {
 namespace {
 
 constexpr std::string_view kHeader = "bplist00";
+constexpr std::size_t kTrailerSize = 32;
+
 // The width in bytes, a power of two, that holds `value`.
 constexpr std::size_t widthOf(std::uint64_t value) {
     return value <= 0xFF ? 1 : value <= 0xFFFF ? 2 : value <= 0xFFFFFFFF ? 4 : 8;
@@ -23,6 +25,19 @@ constexpr unsigned log2Of(std::size_t width) {
 
 std::uint8_t byteOf(std::uint64_t value) {
     return static_cast<std::uint8_t>(value & 0xFFU);
+}
+
+// Writes `value` to the eight bytes at `bytes`, the highest first.
+void putBigEndian64(std::uint8_t* bytes, std::uint64_t value) {
+    // Spelled out, compilers make one store of it.
+    bytes[0] = static_cast<std::uint8_t>(value >> 56U);
+    bytes[1] = static_cast<std::uint8_t>(value >> 48U);
+    bytes[2] = static_cast<std::uint8_t>(value >> 40U);
+    bytes[3] = static_cast<std::uint8_t>(value >> 32U);
+    bytes[4] = static_cast<std::uint8_t>(value >> 24U);
+    bytes[5] = static_cast<std::uint8_t>(value >> 16U);
+    bytes[6] = static_cast<std::uint8_t>(value >> 8U);
+    bytes[7] = static_cast<std::uint8_t>(value);
 }
 
 // `width` is 1, 2, 4 or 8.
@@ -169,12 +184,12 @@ void BinaryPropertyListWriter::dropLast() {
 Bytes BinaryPropertyListWriter::finish(Ref top) {
     const std::size_t table = size_;
     const std::size_t offsetWidth = widthOf(table);
-    std::uint8_t* out = extend(offsets_.size() * offsetWidth);
+    std::uint8_t* out = extend(offsets_.size() * offsetWidth + kTrailerSize);
     for (const std::size_t offset : offsets_) {
-        putBigEndian(out, offset, offsetWidth);
+        // Eight bytes at once, of which what follows overwrites those behind the offset.
+        putBigEndian64(out, offset << (64 - 8 * offsetWidth));
         out += offsetWidth;
     }
-    out = extend(32);
     std::fill_n(out, 6, std::uint8_t{0});
     out[6] = byteOf(offsetWidth);
     out[7] = byteOf(refWidth_);
