@@ -3,6 +3,7 @@
 #include "Extensions/FileManagers/Gtk/Module.h"
 #include "Extensions/FileManagers/Gtk/FileManager.h"
 
+#include <dlfcn.h>
 #include <gio/gio.h>
 #include <glib-unix.h>
 
@@ -87,11 +88,27 @@ gboolean dispatchLink(gint /*fd*/, GIOCondition /*condition*/, gpointer data) {
     return G_SOURCE_CONTINUE;
 }
 
+/// The extension that was installed together with this module; empty when there is none.
+std::string extensionProgram() {
+    if (const char* const program = std::getenv("CVD_FINDER_EXT_PROGRAM"); program != nullptr) {
+        return program;
+    }
+    static const char kHere = 0;
+    Dl_info module{};
+    if (dladdr(&kHere, &module) == 0) {
+        return {};
+    }
+    const std::string path = module.dli_fname;
+    const std::size_t folder = path.rfind("/" CORVID_MODULE_FOLDER "/");
+    return folder == std::string::npos
+               ? std::string()
+               : path.substr(0, folder) + "/" CORVID_PROGRAM_FOLDER "/corvid-finder-ext";
+}
+
 FrontEnd* makeFrontEnd() {
     link::LinkClient::Options options;
     options.frontEnd = kFrontEndName;
-    const char* const program = std::getenv("CVD_FINDER_EXT_PROGRAM");
-    options.extension = program != nullptr ? program : CORVID_FINDER_EXT_PROGRAM;
+    options.extension = extensionProgram();
     auto* const made = new FrontEnd(std::move(options), {wantRedraw, wantMenus});
     // After what people do and what they see of it: badges may come faster than they are drawn.
     g_unix_fd_add_full(kLinkPriority, made->fd(), G_IO_IN, dispatchLink, made, nullptr);

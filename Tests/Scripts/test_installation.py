@@ -1,0 +1,78 @@
+"""What `cmake --install` puts in place, that the uninstall target takes all of it away, and what
+the modules for file managers need."""
+
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ["CORVID_BIN_DIR"]).parent
+
+
+LIBRARY = re.compile(r"[\w.+-]+\.so\.[\d.]+")
+
+
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def files_below(folder):
+    return {str(path.relative_to(folder)) for path in folder.rglob("*") if not path.is_dir()}
+
+
+class Installation(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory(prefix="corvid-installation-")
+        self.addCleanup(scratch.cleanup)
+        self.scratch = Path(scratch.name)
+        self.prefix = self.scratch / "a prefix"
+        # The list of what was installed is the developer's; this test works with one of its own.
+        manifest = BUILD / "install_manifest_programs.txt"
+        developers = manifest.read_bytes() if manifest.exists() else None
+        subprocess.run(["cmake", "--install", BUILD, "--component", "programs", "--prefix",
+                        self.prefix], check=True, stdout=subprocess.DEVNULL)
+        (self.scratch / manifest.name).write_bytes(manifest.read_bytes())
+        manifest.unlink()
+        if developers is not None:
+            manifest.write_bytes(developers)
+
+    def test_everything_is_there_and_goes_again(self):
+        installed = files_below(self.prefix)
+        for file in ("bin/corvid-finder-ext", "bin/corvid",
+                     "share/systemd/user/corvid-finder-ext.service",
+                     "share/icons/hicolor/16x16/emblems/emblem-corvid-synced.png",
+                     "share/icons/hicolor/16x16/apps/MorrowFilesAppIcon.png"):
+            self.assertIn(file, installed)
+        for module in (BUILD / "modules").glob("*/*.so"):
+            folder = output("pkg-config", "--variable=extensiondir", {
+                "caja": "libcaja-extension", "nemo": "libnemo-extension",
+                "nautilus": "libnautilus-extension-4"}[module.parent.name]).strip()
+            self.assertIn(f"{folder.removeprefix('/usr/')}/{module.name}", installed)
+        unit = (self.prefix / "share/systemd/user/corvid-finder-ext.service").read_text()
+        self.assertIn(f'ExecStart="{self.prefix}/bin/corvid-finder-ext"', unit)
+        subprocess.run(["cmake", "-P", ROOT / "cmake/Uninstall.cmake"], check=True,
+                       cwd=self.scratch, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.assertEqual(files_below(self.prefix), set())
+
+    def test_modules_bring_nothing_along(self):
+        for module in sorted((BUILD / "modules").glob("*/*.so")):
+            name = module.parent.name
+            with self.subTest(name):
+                exported = output("nm", "-D", "--defined-only", "--format=posix", module)
+                self.assertEqual({line.split()[0] for line in exported.splitlines()},
+                                 {f"{name}_module_{entry}"
+                                  for entry in ("initialize", "shutdown", "list_types")})
+                manager = shutil.which(name)
+                if not manager:
+                    self.skipTest(f"{name} is not installed")
+                there = set(LIBRARY.findall(output("ldd", manager)))
+                needed = set(LIBRARY.findall(output("readelf", "-d", module)))
+                self.assertLessEqual(needed - there, {"libstdc++.so.6", "libgcc_s.so.1"})
+
+
+if __name__ == "__main__":
+    unittest.main()
