@@ -25,15 +25,26 @@ DecodedScalar decodeUTF8(std::string_view text);
 
 /// True when every byte of `text` is below 80.
 inline bool isASCII(std::string_view text) {
+    // Eight bytes at a time; the last eight may overlap those before them.
     constexpr std::size_t kWord = sizeof(std::uint64_t);
     std::uint64_t all = 0;
-    std::size_t i = 0;
-    for (std::uint64_t word = 0; i + kWord <= text.size(); i += kWord) {
-        std::memcpy(&word, text.data() + i, kWord);
+    const auto look = [&](std::size_t at, std::size_t size) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + at, size);
         all |= word;
-    }
-    for (; i < text.size(); ++i) {
-        all |= static_cast<unsigned char>(text[i]);
+    };
+    if (text.size() >= kWord) {
+        for (std::size_t at = 0; at + kWord < text.size(); at += kWord) {
+            look(at, kWord);
+        }
+        look(text.size() - kWord, kWord);
+    } else if (text.size() >= kWord / 2) {
+        look(0, kWord / 2);
+        look(text.size() - kWord / 2, kWord / 2);
+    } else {
+        for (const char c : text) {
+            all |= static_cast<unsigned char>(c);
+        }
     }
     return (all & 0x8080808080808080U) == 0;
 }

@@ -80,5 +80,18 @@ TEST(UTF8Test, tellsTheReplacementCharacterFromABadSequence) {
     EXPECT_FALSE(decodeUTF8("\xFF").valid);
 }
 
+TEST(UTF8Test, seesAByteBeyondASCIIWhereverItStands) {
+    for (std::size_t size = 0; size <= 40; ++size) {
+        std::string text(size, 'a');
+        EXPECT_TRUE(isASCII(text)) << size;
+        for (std::size_t at = 0; at < size; ++at) {
+            text[at] = '\x80';
+            EXPECT_FALSE(isASCII(text)) << at << " of " << size;
+            text[at] = '\x7F';
+            EXPECT_TRUE(isASCII(text)) << at << " of " << size;
+        }
+    }
+}
+
 } // namespace
 } // namespace corvid
