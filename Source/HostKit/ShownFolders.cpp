@@ -17,6 +17,7 @@ bool ShownFolders::end(const std::string& folder) {
 
 std::vector<std::string> ShownFolders::clear() {
     std::vector<std::string> folders;
+    folders.reserve(counts_.size());
     for (const auto& [folder, count] : counts_) {
         folders.push_back(folder);
     }

@@ -296,7 +296,7 @@ private:
             }
             return Value::dictionary(std::move(entries));
         }
-        const std::string kind = special.key();
+        const std::string& kind = special.key();
         if (object.size() != (object.contains("$base") ? 2U : 1U)) {
             mistake("\"" + kind +
                     "\" stands beside other keys; a dictionary with such a key is "

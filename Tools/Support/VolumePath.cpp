@@ -38,7 +38,7 @@ std::string workingFolder() {
 }
 
 std::optional<std::string> pathOnVolume(const std::string& path, const std::string& volume) {
-    const std::string asTyped = absolutePath(path, workingFolder());
+    std::string asTyped = absolutePath(path, workingFolder());
     if (isInside(asTyped, volume)) {
         return asTyped;
     }

@@ -35,6 +35,7 @@ MenuOnItems::Found findOne(const MenuOnItems& menu, const std::string& title) {
     }
     if (found.size() > 1) {
         std::vector<std::string> titles;
+        titles.reserve(found.size());
         for (const MenuOnItems::Found& one : found) {
             titles.push_back(one.title);
         }

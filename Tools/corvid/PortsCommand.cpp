@@ -52,6 +52,7 @@ std::vector<Line> look() {
     const auto ports = service.portFolder().livePorts();
     // All at once: one that hangs holds up the answer for its own second only.
     std::vector<std::future<bool>> answers;
+    answers.reserve(ports.size());
     for (const LivePort& port : ports) {
         answers.push_back(
             std::async(std::launch::async, [&] { return doesAnswer(service, port.name); }));

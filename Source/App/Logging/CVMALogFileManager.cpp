@@ -70,7 +70,7 @@ std::string CVMALogFileManager::corvidLogsDir() {
     if (!bundleIdentifier.has_value()) {
         fatal("the main bundle has no identifier to name the logs folder by");
     }
-    const std::string path = *library + "/Logs/" + *bundleIdentifier;
+    std::string path = *library + "/Logs/" + *bundleIdentifier;
     const FileManager::Existence existence = system.fileManager.fileExistsAtPath(path);
     if (existence.exists && existence.isDirectory) {
         return path;

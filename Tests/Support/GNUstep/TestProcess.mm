@@ -41,6 +41,11 @@ extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
     return "fast_unwind_on_malloc=0";
 }
+// And it takes its own locks in any order while it initialises classes.
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+    return "detect_deadlocks=0";
+}
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:libobjc.so\n";

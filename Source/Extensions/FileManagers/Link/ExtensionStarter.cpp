@@ -70,6 +70,7 @@ std::optional<ExtensionStarter> ExtensionStarter::start(const std::string& progr
     words.emplace_back("--background");
     words.push_back(std::to_string(kReportFd));
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
