@@ -42,6 +42,7 @@ int spawn(const std::vector<std::string>& command, int input, pid_t& child) {
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
 
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str())); // as exec(3) has it
     }

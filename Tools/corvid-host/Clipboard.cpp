@@ -47,7 +47,7 @@ std::optional<std::string> Session::find(const std::string& program) const {
     std::string_view rest = path;
     while (!rest.empty()) {
         const std::size_t end = rest.find(':');
-        const std::string candidate = fmt::format("{}/{}", rest.substr(0, end), program);
+        std::string candidate = fmt::format("{}/{}", rest.substr(0, end), program);
         if (candidate.front() == '/' && access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }

@@ -245,6 +245,7 @@ void GitHost::update() {
         touched.insert("");
     }
     std::vector<std::string> paths;
+    paths.reserve(touched.size());
     for (const std::string& path : touched) {
         // What rules say of one folder, they say of all below it.
         paths.push_back(

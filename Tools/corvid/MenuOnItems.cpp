@@ -33,7 +33,7 @@ void addLines(std::vector<std::string>& lines, const std::vector<MenuEntry>& ent
             line += entry->state > 0 ? "[x] " : entry->state < 0 ? "[-] " : "";
             line += printableText(entry->title);
             if (!entry->isEnabled) {
-                line = coloured(line + " (disabled)", Colour::grey, hasColours);
+                line = coloured(line.append(" (disabled)"), Colour::grey, hasColours);
             }
         }
         lines.push_back(std::move(line));
@@ -80,6 +80,7 @@ void addAll(std::vector<MenuOnItems::Found>& found, const std::vector<MenuEntry>
 MenuOnItems::MenuOnItems(LinkSession& session, const std::vector<std::string>& paths,
                          bool isBackground, const LinkOptions& options) {
     std::vector<SelectedItem> selection;
+    selection.reserve(paths.size());
     for (const std::string& path : paths) {
         selection.push_back(selectedItem(path, session));
     }

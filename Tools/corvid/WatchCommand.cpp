@@ -129,7 +129,7 @@ private:
             const std::string badge(session_.badges().badge(folder, name, false));
             if (options_.link.isJSON) {
                 nlohmann::json event{{"event", "push"},
-                                     {"path", folder + "/" + name},
+                                     {"path", std::string(folder).append("/").append(name)},
                                      {"badge", badge.empty() ? "none" : badge}};
                 addName(event, name);
                 printJSON(event);

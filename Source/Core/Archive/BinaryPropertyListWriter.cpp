@@ -12,7 +12,7 @@ namespace corvid {
 namespace {
 
 constexpr std::string_view kHeader = "bplist00";
-constexpr std::size_t kTrailerSize = 32;
+constexpr std::size_t kTrailerBytes = 32;
 
 // The width in bytes, a power of two, that holds `value`.
 constexpr std::size_t widthOf(std::uint64_t value) {
@@ -184,7 +184,7 @@ void BinaryPropertyListWriter::dropLast() {
 Bytes BinaryPropertyListWriter::finish(Ref top) {
     const std::size_t table = size_;
     const std::size_t offsetWidth = widthOf(table);
-    std::uint8_t* out = extend(offsets_.size() * offsetWidth + kTrailerSize);
+    std::uint8_t* out = extend(offsets_.size() * offsetWidth + kTrailerBytes);
     for (const std::size_t offset : offsets_) {
         // Eight bytes at once, of which what follows overwrites those behind the offset.
         putBigEndian64(out, offset << (64 - 8 * offsetWidth));

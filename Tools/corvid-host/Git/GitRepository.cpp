@@ -107,6 +107,7 @@ git_strarray asArray(std::vector<char*>& strings) {
 
 std::vector<char*> pointers(const std::vector<std::string>& strings) {
     std::vector<char*> result;
+    result.reserve(strings.size());
     for (const std::string& string : strings) {
         result.push_back(const_cast<char*>(string.c_str())); // libgit2 only reads them
     }

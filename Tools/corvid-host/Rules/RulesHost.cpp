@@ -54,6 +54,7 @@ std::string RulesHost::badge(const std::string& path) {
 
 std::vector<hostkit::MenuItem> RulesHost::menu(const std::vector<std::string>& paths, bool) {
     std::vector<std::string> items;
+    items.reserve(paths.size());
     for (const std::string& path : paths) {
         items.push_back(relative(path));
     }
