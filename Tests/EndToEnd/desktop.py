@@ -122,6 +122,7 @@ class Desktop:
                 if result:
                     return result
                 if expired:
+                    self.picture(PICTURES / f"not-seen-{time.strftime('%H-%M-%S')}.png")
                     raise AssertionError(f"not seen in {PATIENCE} s: {what}")
                 # X events that came with a reply wait in the library, where no poll sees them.
                 if not self.display.pending_events():

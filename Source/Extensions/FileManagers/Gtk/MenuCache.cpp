@@ -125,7 +125,8 @@ void MenuCache::received(const link::MenuReply& reply) {
         (entry.handedOut == Entry::HandedOut::note) != (outcome == Outcome::failed) ||
         entry.menu.entries != reply.entries;
     entry.outcome = outcome;
-    entry.menu = {reply.menu, reply.title, reply.entries, outcome == Outcome::made};
+    entry.menu = outcome == Outcome::made ? KnownMenu{reply.menu, reply.title, reply.entries, true}
+                                          : KnownMenu{0, {}, {}, false};
     if (isOther && !isWaiting_) {
         changed_();
     }

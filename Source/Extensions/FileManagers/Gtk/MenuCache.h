@@ -36,7 +36,9 @@ public:
         std::uint32_t number = 0; ///< what a click names
         std::string title;
         std::vector<link::MenuEntry> entries;
-        bool isAnswer = true; ///< false while the host does not answer
+        /// False while the host does not answer; then the title is what to say instead, empty for
+        /// just that, and there are no entries.
+        bool isAnswer = true;
     };
 
     /// `changed` hears that a menu should be asked for again: it was handed out without its
