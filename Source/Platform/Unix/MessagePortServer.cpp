@@ -112,9 +112,17 @@ void LocalMessagePort::invalidate() {
             server_->remove(*this);
         }
         PortFolder::release(listener_);
-        const MutexLock lock(mutex_);
-        queue_ = nullptr; // It may go before this port.
+        if (!isCalling_) {
+            forgetQueue();
+        }
     });
+}
+
+// It may go before this port, but not before the last callback has returned: until then whoever
+// ends the port waits on it.
+void LocalMessagePort::forgetQueue() {
+    const MutexLock lock(mutex_);
+    queue_ = nullptr;
 }
 
 void LocalMessagePort::onEvents(std::uint32_t) {
@@ -339,8 +347,13 @@ void MessagePortServer::answer(Connection& connection) {
     // the reply.
     LocalMessagePort& port = *connection.port;
     connection.phase = Connection::Phase::writing;
+    port.isCalling_ = true;
     auto answer = port.callback_(port, header.messageID,
                                  header.hasData ? std::optional<ByteView>(data) : std::nullopt);
+    port.isCalling_ = false;
+    if (port.server_ == nullptr) {
+        port.forgetQueue();
+    }
     releaseLarge(connection);
     if (!header.wantsReply) {
         drop(connection);

@@ -36,6 +36,7 @@ public:
 private:
     friend class MessagePortServer;
     void onEvents(std::uint32_t events) override;
+    void forgetQueue();
 
     std::string name_;
     MessagePortCallback callback_;
@@ -46,6 +47,7 @@ private:
     // On the queue once there is one.
     PortFolder::Listener listener_;
     MessagePortServer* server_ = nullptr;
+    bool isCalling_ = false;
 };
 
 /// Serves the ports of one queue: accepts connections, reads one request from each, runs the
