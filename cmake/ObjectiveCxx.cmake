@@ -40,6 +40,9 @@ execute_process(COMMAND "${GNUSTEP_CONFIG}" --objc-flags OUTPUT_VARIABLE gnustep
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND "${GNUSTEP_CONFIG}" --gui-libs OUTPUT_VARIABLE gnustep_libraries
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+if(NOT gnustep_flags OR NOT gnustep_libraries)
+  message(FATAL_ERROR "${GNUSTEP_CONFIG} names no flags; it asks make, so install that")
+endif()
 separate_arguments(gnustep_flags)
 separate_arguments(gnustep_libraries)
 # What describes GNUstep, without what describes how its own makefiles like to build.

@@ -382,6 +382,26 @@ TEST_P(MessagePortServiceConformance, aReplyThatIsTooLargeIsAFailure) {
     EXPECT_FALSE(reply);
 }
 
+TEST_P(MessagePortServiceConformance, theEndWaitsForTheCallbackThatHasEndedItsOwnPort) {
+    std::promise<void> ended;
+    std::atomic<bool> isDone = false;
+    auto local = service().createLocal(
+        "self", [&](MessagePort& self, std::int32_t, std::optional<ByteView>) {
+            service().invalidate(self);
+            ended.set_value();
+            for (int i = 0; i < 10'000; ++i) {
+                std::this_thread::yield();
+            }
+            isDone = true;
+            return std::optional<Bytes>();
+        });
+    service().setDispatchQueue(*local, queue());
+    EXPECT_EQ(post(service(), "self", 1, bytes("x")), SendStatus::success);
+    ended.get_future().wait();
+    local.reset();
+    EXPECT_TRUE(isDone);
+}
+
 TEST_P(MessagePortServiceConformance, aCallbackThatTakesTooLongIsAReceiveTimeout) {
     std::promise<void> mayAnswer;
     const auto local =

@@ -113,15 +113,14 @@ public:
     void invalidate() {
         const auto self = shared_from_this();
         DispatchQueue* queue = nullptr;
+        bool wasValid = false;
         {
             const MutexLock lock(mutex_);
-            if (!std::exchange(isValid_, false)) {
-                return;
-            }
+            wasValid = std::exchange(isValid_, false);
             waiting_.clear();
             queue = queue_;
         }
-        {
+        if (wasValid) {
             const MutexLock lock(state_->mutex);
             state_->locals.erase(name_);
         }

@@ -81,7 +81,7 @@ public:
 
     /// Stops delivery and frees the name. Returns when no callback of this port runs or will run;
     /// called on the port's own queue it returns at once, and no later callback starts.
-    /// Does nothing the second time.
+    /// The second time there is only the wait: the first may have come from a callback that runs.
     virtual void invalidate(MessagePort& port) = 0;
 };
 

@@ -94,11 +94,11 @@ public:
     }
 
     void invalidate() {
-        if (!isOpen_.exchange(false)) {
-            return;
+        if (isOpen_.exchange(false)) {
+            CFMessagePortInvalidate(port_.get());
         }
-        CFMessagePortInvalidate(port_.get());
         // The queue is serial: behind what runs or waits on it now, nothing of this port is left.
+        // A second end waits as well: the first may have come from the callback that still runs.
         if (queue_ != nullptr && !queue_->isCurrent()) {
             std::promise<void> passed;
             queue_->async([&passed] { passed.set_value(); });

@@ -5,16 +5,25 @@
 #include "Core/Base/URL.h"
 #include "Core/Utility/Extensions/CVMAStringExtension.h"
 
+#include <algorithm>
+#include <cctype>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corvid {
 namespace {
 
 using testing::ElementsAre;
 using testing::Optional;
+
+std::string inCapitals(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
 
 constexpr bool kTemporary = true;
 constexpr bool kShown = false;
@@ -212,6 +221,7 @@ constexpr NameRow kNames[] = {
     {"movie.download", kTemporary},
     {"movie.mp4.download", kTemporary},
     {"movie.crdownload", kTemporary},
+    {"movie.mp4.crdownload", kTemporary},
     {"movie.Download", kShown},
     {"movie.downloads", kShown},
     {"movie.xdownload", kShown},
@@ -274,6 +284,35 @@ TEST(TemporaryItemsTest, decidesByPathAndByURL) {
         EXPECT_EQ(isTemporaryItem(url->absoluteString()), row.asURL)
             << url->absoluteString() << ": "
             << temporaryItemReason(url->absoluteString()).value_or("");
+    }
+}
+
+// Every entry of the lists within the rules, in another case and with a character fewer.
+TEST(TemporaryItemsTest, knowsEveryEntryOfItsListsAndNoNeighbour) {
+    const std::vector<std::string> office{"docx", "doc", "xlsx", "xls", "ppt", "pptx"};
+    for (const std::string& entry : office) {
+        SCOPED_TRACE(entry);
+        const std::string shorter = entry.substr(0, entry.size() - 1);
+        const bool isEntryToo = std::find(office.begin(), office.end(), shorter) != office.end();
+        EXPECT_TRUE(isTemporaryItem("/a/~$b." + entry));
+        EXPECT_FALSE(isTemporaryItem("/a/~$b." + inCapitals(entry)));
+        EXPECT_EQ(isTemporaryItem("/a/~$b." + shorter), isEntryToo);
+        EXPECT_FALSE(isTemporaryItem("/a/~$b." + entry + "\u0301"));
+        EXPECT_FALSE(isTemporaryItem("/a/~$b." + entry + "."));
+    }
+    // These are known by how an extension begins.
+    const std::vector<std::string> saves{"psd", "pdf", "ps",  "jpg", "jpeg", "png",
+                                         "ers", "prn", "ait", "ai",  "indd", "i"};
+    for (const std::string& entry : saves) {
+        SCOPED_TRACE(entry);
+        const std::string shorter = entry.substr(0, entry.size() - 1);
+        const bool begins = std::any_of(saves.begin(), saves.end(), [&](const std::string& other) {
+            return shorter.starts_with(other);
+        });
+        EXPECT_TRUE(isTemporaryItem("/a/b." + entry + "1234567890"));
+        EXPECT_FALSE(isTemporaryItem("/a/b." + inCapitals(entry) + "1234567890"));
+        EXPECT_EQ(isTemporaryItem("/a/b." + shorter + "1234567890"), begins);
+        EXPECT_FALSE(isTemporaryItem("/a/b." + entry + ".1234567890"));
     }
 }
 
