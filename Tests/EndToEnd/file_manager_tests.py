@@ -10,7 +10,7 @@ from world import World
 
 NAMES = ("blank in it", "percent%41", "hash#", "line\nbreak", "🐦",
          unicodedata.normalize("NFC", "Größe"), unicodedata.normalize("NFD", "é"))
-MENU = '''menu ** "Open" open
+MENU = '''menu ** "Open Online" open
 menu ** -
 menu ** "Share" > "By Mail" mail
 menu ** "Share" > "By Carrier" carrier disabled
@@ -118,7 +118,7 @@ class InTheFileManager(FileManagerCase):
         window.open_menu("a.txt")
         window.choose("Corvid")
         self.wait_for_entries(window, "Corvid", [
-            ("Open", True), (LINE, False), ("Share", True), ("✓ Marked", True),
+            ("Open Online", True), (LINE, False), ("Share", True), ("✓ Marked", True),
             ("Not available", False)])
         window.choose("Share")
         self.wait_for_entries(window, "Share", [("By Mail", True), ("By Carrier", False)])
@@ -129,7 +129,7 @@ class InTheFileManager(FileManagerCase):
                          ("By Mail", [str(self.world.volume / "a.txt")]))
         # A badge that is pushed away goes.
         window.open_menu("b.txt")
-        window.choose("Corvid", "Open")
+        window.choose("Corvid", "Open Online")
         self.wait_for_badges(window, {"a.txt": "inProgress", "b.txt": None})
         self.assertEqual(host.wait_for("action")["paths"], [str(self.world.volume / "b.txt")])
 

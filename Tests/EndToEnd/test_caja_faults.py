@@ -69,7 +69,7 @@ class WhenThingsFail(FileManagerCase):
         self.wait_for_recovery(window, {"a.txt": "error", "b.txt": "cloud"})
         self.check_pauses(window, self.AT_ANY_TIME)
         window.open_menu("a.txt")
-        window.choose("Corvid", "Open")
+        window.choose("Corvid", "Open Online")
         self.assertEqual(host.wait_for("action")["paths"], [str(self.world.volume / "a.txt")])
 
     def test_extension_is_killed_and_comes_back(self):
