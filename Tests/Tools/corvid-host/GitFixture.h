@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -55,11 +56,14 @@ protected:
         return output;
     }
 
-    /// Writes a file of the work tree, with the folders above it.
+    /// Writes a file of the work tree, with the folders above it. The times of two writes differ by
+    /// a second at least, and are past: git compares seconds, and misses a change of equal length
+    /// when a second ends between it and the next write of the index.
     void write(const std::string& path, const std::string& text) const {
         const std::filesystem::path file = std::filesystem::path(work_) / path;
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << text;
+        std::filesystem::last_write_time(file, writeTime_ += std::chrono::seconds(1));
     }
 
     void commitAll() const {
@@ -69,6 +73,8 @@ protected:
 
     std::filesystem::path top_;
     std::string work_;
+    mutable std::filesystem::file_time_type writeTime_ =
+        std::filesystem::file_time_type::clock::now() - std::chrono::hours(24);
 };
 
 } // namespace corvid
