@@ -71,6 +71,18 @@ protected:
     std::set<std::string> visited_;
 };
 
+TEST_F(TreeScannerTest, aFileAsOldAsTheIndexIsKnownByItsContent) {
+    write("a", "x");
+    commitAll();
+    const fs::path file = fs::path(work_) / "a";
+    const auto time = fs::last_write_time(file);
+    fs::last_write_time(fs::path(work_) / ".git/index", time);
+    EXPECT_EQ(badge("a"), "synced");
+    write("a", "y");
+    fs::last_write_time(file, time);
+    EXPECT_EQ(badge("a"), "inProgress");
+}
+
 TEST_F(TreeScannerTest, everyStateHasItsBadge) {
     for (const char* name : {"synced", "changed", "staged", "both", "assumed", "skipped", "closed",
                              "removed", "mode", "folder/deleted", "folder/kept"}) {
