@@ -61,6 +61,13 @@ TEST_F(StartUpAndTeardown, LoggingMakesAManagerNamedAfterTheProcessAndAttachesTh
     EXPECT_THAT(reporting_.attached(), IsEmpty());
 }
 
+TEST_F(StartUpAndTeardown, WithoutLoggingTheServiceIsDetachedAllTheSame) {
+    auto controller = CVMAFinderSync::create();
+    EXPECT_THAT(happened(), Not(Contains("addLoggingService")));
+    controller.reset();
+    EXPECT_THAT(happened(), Contains("removeLoggingService"));
+}
+
 TEST_F(StartUpAndTeardown, WatchesTheVolumeAndLeavesNothingWatched) {
     auto controller = CVMAFinderSync::create();
     EXPECT_THAT(finder().directoryURLs(), ElementsAre(*URL::fileURL("/Volumes/Corvid")));
