@@ -5,7 +5,6 @@ something happens on the screen or in a program, and only then."""
 import mmap
 import os
 import shutil
-import signal
 import struct
 import subprocess
 import sys
@@ -13,7 +12,8 @@ import tempfile
 import time
 from pathlib import Path
 
-from file_managers import BUILD, die_with_parent, environment_of
+from file_managers import BUILD, environment_of
+from leftovers import Scratch
 
 SKIPPED = 77
 PICTURES = BUILD / "pictures"
@@ -54,7 +54,7 @@ class Desktop:
     def __init__(self):
         if not shutil.which("Xvfb"):
             skip("Xvfb is not installed; script/bootstrap test installs it")
-        self.scratch = Path(tempfile.mkdtemp(prefix="corvid-desktop-"))
+        self.scratch = Scratch.new("desktop")
         runtime = self.scratch / "run"
         runtime.mkdir(mode=0o700)
         os.environ.update(HOME=str(self.scratch), XDG_RUNTIME_DIR=str(runtime),
@@ -66,7 +66,8 @@ class Desktop:
             "Xvfb", "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"])
         os.environ["DISPLAY"] = ":" + number
         self.bus, address = self._start("--print-address", [
-            "dbus-daemon", "--session", "--nofork", "--nopidfile"], joined="=")
+            "dbus-daemon", "--session", "--nofork", "--nopidfile",
+            f"--address=unix:path={runtime}/bus"], joined="=")
         os.environ["DBUS_SESSION_BUS_ADDRESS"] = address
 
         self.display = xdisplay.Display()
@@ -90,7 +91,7 @@ class Desktop:
         arguments = [f"{option}{joined}{writing}"] if joined else [option, str(writing)]
         process = subprocess.Popen(command + arguments, pass_fds=[writing],
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                   start_new_session=True, preexec_fn=die_with_parent)
+                                   start_new_session=True)
         os.close(writing)
         with os.fdopen(reading, encoding="ascii") as ready:
             return process, ready.readline().strip()
@@ -102,7 +103,7 @@ class Desktop:
 
     def close(self):
         for server in (self.bus, self.server):
-            os.killpg(server.pid, signal.SIGKILL)
+            server.terminate()
             server.wait()
         shutil.rmtree(self.scratch, ignore_errors=True)
 
@@ -264,7 +265,7 @@ class Window:
         self.process = subprocess.Popen(
             [*manager.command, str(folder or world.volume)], env=self.environment,
             stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages,
-            start_new_session=True, preexec_fn=die_with_parent)
+            start_new_session=True)
 
     def close(self):
         if self.process.poll() is None:

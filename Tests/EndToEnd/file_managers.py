@@ -1,9 +1,7 @@
 """The file managers that there are modules for, and how one of the build is tried in each."""
 
-import ctypes
 import os
 import shutil
-import signal
 import subprocess
 from pathlib import Path
 
@@ -67,8 +65,3 @@ def environment_of(manager, world, extension=True):
         "CVD_FINDER_EXT_PROGRAM":
             str(BUILD / "bin/corvid-finder-ext") if extension else "/nonexistent/extension",
     }
-
-
-def die_with_parent():
-    """In a child, before its program: the kernel ends it with the thread that started it."""
-    ctypes.CDLL(None).prctl(1, signal.SIGKILL)

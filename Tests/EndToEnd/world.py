@@ -11,6 +11,8 @@ import threading
 import time
 from pathlib import Path
 
+from leftovers import MARK, Scratch
+
 PROGRAMS = Path(os.environ["CORVID_BIN_DIR"])
 # Far longer than anything takes on a busy machine; what has not happened by then has failed.
 PATIENCE = 120
@@ -81,7 +83,7 @@ class World:
     """A home, a runtime folder and a volume, with a git work tree on it, and what runs there."""
 
     def __init__(self):
-        self.scratch = Path(tempfile.mkdtemp(prefix="corvid-end-to-end-"))
+        self.scratch = Scratch.new("world")
         self.home = self.scratch / "home"
         self.volume = self.home / "Corvid"
         runtime = self.scratch / "run"
@@ -89,7 +91,7 @@ class World:
         runtime.mkdir(mode=0o700)
         self.environment = {
             "PATH": os.environ["PATH"], "HOME": str(self.home), "XDG_RUNTIME_DIR": str(runtime),
-            "LANG": "C.UTF-8", "GIT_CONFIG_NOSYSTEM": "1",
+            "LANG": "C.UTF-8", "GIT_CONFIG_NOSYSTEM": "1", MARK: os.environ[MARK],
             **{name: value for name, value in os.environ.items() if "SAN_OPTIONS" in name}}
         self.runtime = runtime / "corvid"
         self.programs = []
