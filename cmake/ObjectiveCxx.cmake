@@ -49,10 +49,12 @@ separate_arguments(gnustep_libraries)
 list(FILTER gnustep_flags INCLUDE REGEX "^-D|^-fconstant|^-fobjc|^-fexceptions")
 target_compile_options(corvid_objcxx INTERFACE
   "$<$<COMPILE_LANGUAGE:OBJCXX>:${gnustep_flags};-fobjc-runtime=gcc;-Wno-deprecated-declarations>")
-# The first folder stands for what Apple has and GNUstep lacks.
-target_include_directories(corvid_objcxx SYSTEM INTERFACE
-  "${PROJECT_SOURCE_DIR}/Tests/Support/GNUstep/include" "${objc_include}" /usr/include/GNUstep)
+# The first two folders stand for what Apple has and GNUstep lacks.
+set(CORVID_GNUSTEP_INCLUDE
+  "${PROJECT_SOURCE_DIR}/Tests/Support/GNUstep/include"
+  "${PROJECT_SOURCE_DIR}/Tests/Support/CoreFoundation/include"
+  "${objc_include}" /usr/include/GNUstep)
+target_include_directories(corvid_objcxx SYSTEM INTERFACE ${CORVID_GNUSTEP_INCLUDE})
 target_link_libraries(corvid_objcxx INTERFACE ${gnustep_libraries})
-set(CORVID_GNUSTEP_INCLUDE "${objc_include}" /usr/include/GNUstep)
 set(CORVID_GNUSTEP_FLAGS ${gnustep_flags})
 set(CORVID_OBJCXX ON)

@@ -4,7 +4,7 @@
 #include "Platform/Mac/MacDispatch.h"
 #include "Platform/Mac/MacMessagePortService.h"
 #include "Tests/Conformance/MessagePortServiceConformance.h"
-#include "Tests/Platform/Mac/CoreFoundationOnUnix.h"
+#include "Tests/Support/CoreFoundation/CoreFoundationDouble.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 namespace corvid::test {

@@ -3,7 +3,7 @@
 #include "Tests/Extensions/Finder/Mac/PortablePlayer.h"
 #include "Tests/Extensions/Finder/Mac/ShellPlayer.h"
 #include "Tests/Support/ChildProcess.h"
-#include "Tests/Support/GNUstep/CoreFoundationDouble.h"
+#include "Tests/Support/CoreFoundation/CoreFoundationDouble.h"
 #include "Tests/Support/GNUstep/FinderSyncDouble.h"
 #include "Tests/Support/RecordingReportingService.h"
 
@@ -18,6 +18,7 @@
 namespace corvid {
 namespace {
 
+using test::liveCoreFoundationObjects;
 using testing::Contains;
 using testing::ElementsAreArray;
 using testing::HasSubstr;

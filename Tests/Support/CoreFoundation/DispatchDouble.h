@@ -11,7 +11,7 @@
 struct dispatch_queue_s {
     explicit dispatch_queue_s(const char* label) : queue(label) {}
 
-    corvid::UnixDispatchQueue queue;
     corvid::Mutex mutex;
     std::map<const void*, void*> specific CORVID_GUARDED_BY(mutex);
+    corvid::UnixDispatchQueue queue; // last: its thread ends first
 };

@@ -1,7 +1,8 @@
 #pragma once
 
-// The calls of Core Foundation that the message ports of macOS are written with, and no others,
-// so that they can be compiled and tested elsewhere. CoreFoundationOnUnix.cpp has them.
+// The calls of Core Foundation that the sources for macOS make, and no others, declared as Apple
+// documents them, so that those can be compiled and tested elsewhere. CoreFoundationDouble.cpp has
+// them.
 // https://developer.apple.com/documentation/corefoundation/cfmessageport
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-// As CoreFoundation.h beside it: the calls of libdispatch that the product makes on macOS.
+// As CoreFoundation.h beside it: the calls of libdispatch that the sources for macOS make.
 // https://developer.apple.com/documentation/dispatch
 
 extern "C" {

@@ -1,4 +1,4 @@
-#include "Tests/Support/GNUstep/DispatchQueueDouble.h"
+#include "Tests/Support/CoreFoundation/DispatchDouble.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,9 +1,9 @@
-#include "Tests/Platform/Mac/CoreFoundationOnUnix.h"
+#include "Tests/Support/CoreFoundation/CoreFoundationDouble.h"
 
 #include "Core/Base/Mutex.h"
 #include "Core/Base/UTF8.h"
-#include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
+#include "Tests/Support/CoreFoundation/DispatchDouble.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <atomic>
@@ -20,14 +20,19 @@ using corvid::ByteView;
 
 namespace {
 
+std::atomic<long> liveObjects = 0;
+
 /// What CFRelease() counts down.
 struct Object {
-    virtual ~Object() = default;
+    Object() { ++liveObjects; }
+    virtual ~Object() { --liveObjects; }
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
     mutable std::atomic<int> references = 1;
 };
 
-thread_local dispatch_queue_t currentQueue = nullptr;
-
+/// Message ports that are Unix message ports.
 struct Ports {
     explicit Ports(const corvid::RuntimeFolder& folder) : service(folder) {}
 
@@ -40,7 +45,10 @@ struct Ports {
     std::map<std::string, CFMessagePortRef> locals CORVID_GUARDED_BY(mutex);
 };
 
-std::shared_ptr<Ports> ports;
+std::shared_ptr<Ports>& ports() {
+    static auto shared = std::make_shared<Ports>(corvid::RuntimeFolder::ofThisUser());
+    return shared;
+}
 
 } // namespace
 
@@ -52,26 +60,22 @@ struct __CFData : Object {
     Bytes bytes;
 };
 
-struct dispatch_queue_s {
-    explicit dispatch_queue_s(const char* label) : queue(label) {}
-
-    std::map<const void*, void*> specifics;
-    corvid::UnixDispatchQueue queue; // last: its thread ends first
-};
-
 struct __CFMessagePort : Object {
     ~__CFMessagePort() override { CFMessagePortInvalidate(this); }
 
-    std::shared_ptr<Ports> owner = ports;
+    std::shared_ptr<Ports> owner = ports();
     corvid::MessagePortRef port;
     bool isLocal = false;
-    std::atomic<dispatch_queue_t> queue = nullptr;
 };
 
 namespace corvid::test {
 
 void setCoreFoundationFolder(const RuntimeFolder& folder) {
-    ports = std::make_shared<Ports>(folder);
+    ports() = std::make_shared<Ports>(folder);
+}
+
+long liveCoreFoundationObjects() {
+    return liveObjects;
 }
 
 } // namespace corvid::test
@@ -115,11 +119,11 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
                                           CFMessagePortCallBack callback,
                                           CFMessagePortContext* context, Boolean* shouldFreeInfo) {
     *shouldFreeInfo = 0;
-    const corvid::MutexLock lock(ports->mutex);
+    const corvid::MutexLock lock(ports()->mutex);
     if (name == nullptr) {
         return new __CFMessagePort; // one that no other process finds
     }
-    if (const auto found = ports->locals.find(name->text); found != ports->locals.end()) {
+    if (const auto found = ports()->locals.find(name->text); found != ports()->locals.end()) {
         // The port that this process has already, and the context is not needed.
         *shouldFreeInfo = 1;
         ++found->second->references;
@@ -127,12 +131,11 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
     }
     auto* const local = new __CFMessagePort;
     local->isLocal = true;
-    local->port = ports->service.createLocal(
+    local->port = ports()->service.createLocal(
         name->text,
         [local, callback,
          info = context->info](corvid::MessagePort&, std::int32_t messageID,
                                std::optional<ByteView> data) -> std::optional<Bytes> {
-            currentQueue = local->queue;
             CFDataRef received = nullptr;
             if (data) {
                 received = CFDataCreate(nullptr, data->data(), static_cast<CFIndex>(data->size()));
@@ -157,12 +160,12 @@ CFMessagePortRef CFMessagePortCreateLocal(CFAllocatorRef, CFStringRef name,
         CFRelease(local);
         return nullptr;
     }
-    ports->locals.emplace(name->text, local);
+    ports()->locals.emplace(name->text, local);
     return local;
 }
 
 CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef name) {
-    auto port = ports->service.createRemote(name->text);
+    auto port = ports()->service.createRemote(name->text);
     if (port == nullptr) {
         return nullptr;
     }
@@ -200,7 +203,6 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 messageID, CFDat
 }
 
 void CFMessagePortSetDispatchQueue(CFMessagePortRef port, dispatch_queue_t queue) {
-    port->queue = queue;
     port->owner->service.setDispatchQueue(*port->port, queue->queue);
 }
 
@@ -208,7 +210,6 @@ void CFMessagePortInvalidate(CFMessagePortRef port) {
     if (port->port == nullptr) {
         return;
     }
-    port->owner->service.invalidate(*port->port);
     if (port->isLocal) {
         const corvid::MutexLock lock(port->owner->mutex);
         const auto found = port->owner->locals.find(port->port->name());
@@ -216,32 +217,5 @@ void CFMessagePortInvalidate(CFMessagePortRef port) {
             port->owner->locals.erase(found);
         }
     }
-}
-
-dispatch_queue_t dispatch_queue_create(const char* label, dispatch_queue_attr_t) {
-    return new dispatch_queue_s(label);
-}
-
-void dispatch_release(dispatch_queue_t queue) {
-    delete queue;
-}
-
-void dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
-    queue->queue.async([=] {
-        currentQueue = queue;
-        work(context);
-    });
-}
-
-void dispatch_queue_set_specific(dispatch_queue_t queue, const void* key, void* context,
-                                 dispatch_function_t) {
-    queue->specifics[key] = context;
-}
-
-void* dispatch_get_specific(const void* key) {
-    if (currentQueue == nullptr) {
-        return nullptr;
-    }
-    const auto found = currentQueue->specifics.find(key);
-    return found == currentQueue->specifics.end() ? nullptr : found->second;
+    port->owner->service.invalidate(*port->port);
 }
