@@ -71,6 +71,19 @@ protected:
         git("commit -q -m x");
     }
 
+    /// Leaves the new file `name` in conflict.
+    void makeConflict(const std::string& name) const {
+        write(name, "base\n");
+        commitAll();
+        git("checkout -q -b other");
+        write(name, "theirs\n");
+        commitAll();
+        git("checkout -q main");
+        write(name, "ours\n");
+        commitAll();
+        git("merge other");
+    }
+
     std::filesystem::path top_;
     std::string work_;
     mutable std::filesystem::file_time_type writeTime_ =

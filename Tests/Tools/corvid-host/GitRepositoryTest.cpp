@@ -74,15 +74,7 @@ TEST_F(GitRepositoryTest, marksAndUnmarksAsGitDoes) {
 }
 
 TEST_F(GitRepositoryTest, stagingSettlesAConflict) {
-    write("x", "base\n");
-    commitAll();
-    git("checkout -q -b other");
-    write("x", "theirs\n");
-    commitAll();
-    git("checkout -q main");
-    write("x", "ours\n");
-    commitAll();
-    git("merge other");
+    makeConflict("x");
     write("x", "settled\n");
     GitRepository repository(work_);
     repository.stage({"x"});

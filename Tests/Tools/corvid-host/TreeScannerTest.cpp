@@ -138,15 +138,7 @@ TEST_F(TreeScannerTest, everyStateHasItsBadge) {
 }
 
 TEST_F(TreeScannerTest, conflictIsAnError) {
-    write("x", "base\n");
-    commitAll();
-    git("checkout -q -b other");
-    write("x", "theirs\n");
-    commitAll();
-    git("checkout -q main");
-    write("x", "ours\n");
-    commitAll();
-    git("merge other");
+    makeConflict("x");
     EXPECT_EQ(badge("x"), "error");
     git("add x");
     EXPECT_EQ(badge("x"), "finishedTransfer");
