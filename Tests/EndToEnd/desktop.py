@@ -66,8 +66,8 @@ class Desktop:
             "Xvfb", "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"])
         os.environ["DISPLAY"] = ":" + number
         self.bus, address = self._start("--print-address", [
-            "dbus-daemon", "--session", "--nofork", "--nopidfile",
-            f"--address=unix:path={runtime}/bus"], joined="=")
+            "dbus-daemon", f"--config-file={self._bus_configuration(runtime)}", "--nofork", "--nopidfile"],
+            joined="=")
         os.environ["DBUS_SESSION_BUS_ADDRESS"] = address
 
         self.display = xdisplay.Display()
@@ -84,6 +84,27 @@ class Desktop:
                       "object:visible-data-changed", "object:text-changed", "window:"):
             self.listener.register(event)
         self.emblems = {}
+
+    def _bus_configuration(self, runtime):
+        """A session bus that starts the accessibility bus when that is wanted and nothing else: no
+        indexer, portal or settings daemon has a part in a test, or outlives it."""
+        configuration = self.scratch / "bus.conf"
+        services = self.scratch / "services"
+        services.mkdir()
+        shutil.copy("/usr/share/dbus-1/services/org.a11y.Bus.service", services)
+        configuration.write_text(f"""<busconfig>
+  <type>session</type>
+  <listen>unix:path={runtime}/bus</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{services}</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+""")
+        return configuration
 
     def _start(self, option, command, joined=None):
         """Starts a server and returns it with what it writes once it is ready."""

@@ -5,7 +5,8 @@ import time
 import unicodedata
 import unittest
 
-from desktop import BADGES, LINE, PICTURES, Desktop, Window, skip
+from desktop import BADGES, LINE, PICTURES, Desktop, skip
+from gtk4_window import open_window
 from world import World
 
 NAMES = ("blank in it", "percent%41", "hash#", "line\nbreak", "🐦",
@@ -43,7 +44,7 @@ class FileManagerCase(unittest.TestCase):
         return host
 
     def open(self, **options):
-        window = Window(self.desktop, self.manager, self.world, **options)
+        window = open_window(self.desktop, self.manager, self.world, **options)
         self.addCleanup(window.close)
         self.addCleanup(self.keep_picture)
         return window

@@ -17,7 +17,7 @@ def library_folder():
 class FileManager:
     """What has to be known of one of them."""
 
-    def __init__(self, name, command, own_folder, item, left=4, settings=""):
+    def __init__(self, name, command, own_folder, item, left=4, settings="", is_gtk4=False):
         self.name = name
         self.command = command
         self.own_folder = f"{library_folder()}/{own_folder}"
@@ -25,6 +25,7 @@ class FileManager:
         self.item = item  # the accessible role of a file or folder
         self.left = left  # how many pixels of it are to the left of what has its name
         self.settings = settings
+        self.is_gtk4 = is_gtk4
 
     def missing(self):
         """Why it cannot be run, as a sentence; empty when it can."""
@@ -42,7 +43,7 @@ NEMO = FileManager("nemo", ["nemo", "--no-desktop"], "nemo/extensions-3.0", "tab
                    settings="[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n"
                             "[org/nemo/list-view]\ndefault-zoom-level='standard'\n")
 NAUTILUS = FileManager("nautilus", ["nautilus", "--new-window"], "nautilus/extensions-4",
-                       "list item")
+                       "table cell", is_gtk4=True)
 
 
 def environment_of(manager, world, extension=True):
@@ -51,14 +52,16 @@ def environment_of(manager, world, extension=True):
     configuration = world.home / ".config"
     (configuration / "glib-2.0/settings").mkdir(parents=True, exist_ok=True)
     (configuration / "glib-2.0/settings/keyfile").write_text(manager.settings)
-    (configuration / "gtk-3.0").mkdir(exist_ok=True)
-    (configuration / "gtk-3.0/settings.ini").write_text("[Settings]\ngtk-menu-images=1\n")
+    for toolkit, setting in (("gtk-3.0", "gtk-menu-images=1"), ("gtk-4.0", "gtk-enable-animations=0")):
+        (configuration / toolkit).mkdir(exist_ok=True)
+        (configuration / toolkit / "settings.ini").write_text(f"[Settings]\n{setting}\n")
     return {
         **world.environment,
         "XDG_DATA_DIRS": f"{BUILD / 'share'}:/usr/local/share:/usr/share",
         "XDG_CURRENT_DESKTOP": "X-Generic",
         "GSETTINGS_BACKEND": "keyfile", "GIO_USE_VFS": "local", "GIO_USE_VOLUME_MONITOR": "unix",
-        "LIBGL_ALWAYS_SOFTWARE": "1",
+        # GTK 4 would have its shaders compiled for the processor, in ten seconds.
+        "LIBGL_ALWAYS_SOFTWARE": "1", "GSK_RENDERER": "cairo", "GDK_DEBUG": "gl-disable",
         "LD_PRELOAD": str(BUILD / "modules/libcorvid-trial.so"),
         "CORVID_TRIAL_OWN": manager.own_folder,
         "CORVID_TRIAL_MODULES": str(manager.modules),

@@ -119,6 +119,7 @@ void FrontEnd::received(link::Message message) {
     } else if (const auto* const volume = std::get_if<link::Volume>(&message)) {
         volume_ = volume->folder;
         badges_.received(*volume);
+        fileManager_.menusChanged(); // there was none while it was not known
     } else if (const auto* const reply = std::get_if<link::MenuReply>(&message)) {
         menus_.received(*reply);
     } else if (const auto* const change = std::get_if<link::HostStateChange>(&message)) {

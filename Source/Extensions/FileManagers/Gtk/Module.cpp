@@ -158,7 +158,12 @@ std::string labelOf(const link::MenuEntry& entry) {
 /// Builds the entries of one menu, numbering them as the link does.
 class MenuBuilder {
 public:
-    MenuBuilder(std::uint32_t menu, bool isBackground) : menu_(menu), isBackground_(isBackground) {}
+    /// File managers find an entry by its name when it is clicked: one that has gone, in a menu
+    /// that is still on the screen, must not stand for its successor. Nautilus keeps all names for
+    /// ever, and has one action for file and background entries of the same name.
+    MenuBuilder(std::uint32_t menu, bool isBackground)
+        : menu_(menu), prefix_((isBackground ? "CorvidBackground::" : "Corvid::") +
+                               std::to_string(menu % kNamedMenus) + "::") {}
 
     MenuObject* build(const std::vector<link::MenuEntry>& entries) {
         MenuObject* const menu = menuNew();
@@ -183,9 +188,7 @@ private:
             }
             return nullptr;
         }
-        // File and background menus of one name share one action in Nautilus.
-        const std::string name =
-            std::string(isBackground_ ? "CorvidBackground::" : "Corvid::") + std::to_string(number);
+        const std::string name = prefix_ + std::to_string(number);
         if (entry.isSeparator) {
             return menuSeparatorNew(name.c_str());
         }
@@ -206,8 +209,11 @@ private:
         return made;
     }
 
+    /// As many as the extension takes clicks for.
+    static constexpr std::uint32_t kNamedMenus = 32;
+
     const std::uint32_t menu_;
-    const bool isBackground_;
+    const std::string prefix_;
     std::uint32_t next_ = 0;
 };
 

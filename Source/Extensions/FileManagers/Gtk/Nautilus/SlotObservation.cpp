@@ -94,9 +94,13 @@ void registerObservation(GTypeModule* /*module*/, GType /*type*/) {
     }
 }
 
-/// GTK 4 does not say what is being handled; a menu is asked for in that moment too.
+/// GTK 4 does not say which event is being handled, but the main loop says what it is at: Nautilus
+/// prepares its menus from a timer of its own, without a name, and asks for the one that it opens
+/// before that timer ran from GTK's event, whose source has one.
 bool isOpeningMenu() {
-    return true;
+    GSource* const source = g_main_current_source();
+    const char* const name = source != nullptr ? g_source_get_name(source) : nullptr;
+    return name != nullptr && (g_str_has_prefix(name, "GDK ") || g_str_has_prefix(name, "[gtk] "));
 }
 
 } // namespace corvid::gtk

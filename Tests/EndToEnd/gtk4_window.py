@@ -1,0 +1,157 @@
+"""A window of a file manager that is drawn by GTK 4. There, what can be asked for is where a thing is
+in its own surface, not on the screen: the X server knows where the surfaces are. Each question goes
+to the program itself, so only what is needed is looked at."""
+
+from desktop import Atspi, GLib, Window, X, area_of
+from Xlib import error as xerror
+
+
+class Gtk4Window(Window):
+    PASSED_OVER = ("tool bar", "scroll bar", "menu", "label", "image")
+    BESIDE_THE_VIEW = ("Sidebar", "GtkActionBar", "AdwTabBar")
+    LARGEST_BORDER = 100
+
+    def __init__(self, *arguments, **options):
+        self.found = {}
+        super().__init__(*arguments, **options)
+
+    def part(self, role, name):
+        """What has that role and name in the window. Found once, for it takes hundreds of questions."""
+        if (role, name) not in self.found:
+            self.found[role, name] = next(
+                (one for one in self.walk()
+                 if one.get_role_name() == role and one.get_name() == name), None)
+        try:
+            if self.found[role, name] is not None:
+                self.found[role, name].get_role_name()  # fails for what is no longer there
+                return self.found[role, name]
+        except GLib.Error:
+            pass
+        del self.found[role, name]
+        return None
+
+    def walk(self, accessible=None):
+        accessible = accessible or self.application()
+        if accessible is None:
+            return
+        yield accessible
+        if (accessible.get_role_name() in self.PASSED_OVER or
+                accessible.get_name() in self.BESIDE_THE_VIEW):
+            return
+        for child in children_of(accessible):
+            yield from self.walk(child)
+
+    # Where things are.
+
+    def area(self):
+        left, top = self.desktop.wait_for(self._origin, "the window")
+        _, _, width, height = area_of(self._frame())
+        return left, top, width, height
+
+    def _frame(self):
+        return next(children_of(self.application()))
+
+    def _origin(self):
+        """Where on the screen the content of the window begins: inside of its border."""
+        _, _, width, height = area_of(self._frame())
+        for surface in self._surfaces(is_popup=False):
+            wider, higher = surface.width - width, surface.height - height
+            if wider == higher and 0 <= wider < self.LARGEST_BORDER:
+                return surface.x + wider // 2, surface.y + higher // 2
+        return None
+
+    def _surfaces(self, is_popup):
+        for surface in reversed(self.desktop.root.query_tree().children):
+            try:
+                attributes = surface.get_attributes()
+                if (attributes.map_state == X.IsViewable and
+                        bool(attributes.override_redirect) == is_popup):
+                    yield surface.get_geometry()
+            except (xerror.BadWindow, xerror.BadDrawable):  # it has just gone
+                pass
+
+    def find_item(self, name):
+        view = self.part("table", "GtkGridView")
+        origin = view and self._origin()
+        for cell in children_of(view) if origin else ():
+            item = cell.get_child_at_index(0)
+            if item is not None and item.get_name() == name:
+                x, y, width, height = area_of(item)
+                return origin[0] + x, origin[1] + y, width, height
+        return None
+
+    # Its menus: one popover, in which a submenu takes the place of what it belongs to.
+
+    def _popover(self):
+        """The open menu, its place in its surface and that on the screen; None when none is."""
+        surfaces = list(self._surfaces(is_popup=True))
+        content = self.part("filler", "Content View") if surfaces else None
+        for popover in children_of(content) if content else ():
+            if popover.get_role_name() == "menu":
+                x, y, width, height = area_of(popover)
+                for surface in surfaces:
+                    if (surface.width, surface.height) == (width, height):
+                        return popover, (surface.x - x, surface.y - y)
+        return None
+
+    def _page(self, popover):
+        """What is seen of the open menu: the one page that fills it."""
+        content = popover.get_child_at_index(0)
+        _, top, _, height = area_of(content)
+        stack = content.get_child_at_index(0).get_child_at_index(0).get_child_at_index(0)
+        for page in children_of(stack):
+            panel = page.get_child_at_index(0)
+            _, page_top, _, page_height = area_of(panel)
+            if page_height > 0 and page_top - top == top + height - page_top - page_height:
+                return panel
+        return None
+
+    def _entries_in(self, accessible):
+        for child in children_of(accessible):
+            if child.get_role_name() == "menu item":
+                yield child
+            elif child.get_role_name() == "panel":
+                yield from self._entries_in(child)
+
+    def shown_entries(self):
+        popover = self._popover()
+        page = popover and self._page(popover[0])
+        return self._entries_in(page) if page else ()
+
+    def entry(self, title):
+        return self.desktop.wait_for(
+            lambda: next((one for one in self.shown_entries() if one.get_name() == title), None),
+            f"the menu entry {title!r}")
+
+    def entries_below(self, title):
+        # The first leads back to where the submenu was opened.
+        back, *entries = self.shown_entries() or (None,)
+        if back is None or back.get_name() != title:
+            return []
+        return [(one.get_name(), one.get_state_set().contains(Atspi.StateType.SENSITIVE))
+                for one in entries]
+
+    def choose(self, *titles):
+        for title in titles:
+            def place(title=title):
+                popover = self._popover()
+                page = popover and self._page(popover[0])
+                for one in self._entries_in(page) if page else ():
+                    if one.get_name() == title:
+                        x, y, width, height = area_of(one)
+                        return popover[1][0] + x + width / 2, popover[1][1] + y + height / 2
+                return None
+            self.desktop.click(*self.desktop.wait_for(place, f"the menu entry {title!r}"))
+
+
+def children_of(accessible):
+    for index in range(accessible.get_child_count()):
+        child = accessible.get_child_at_index(index)
+        if child is not None:
+            yield child
+
+
+def open_window(desktop, manager, world, **options):
+    """A window of that file manager."""
+    kind = Gtk4Window if manager.is_gtk4 else Window
+    return kind(desktop, manager, world, **options)
