@@ -111,6 +111,7 @@ void FrontEnd::linkDown(const std::string& /*reason*/) {
 void FrontEnd::linkRefused(const std::string& /*reason*/) {
     isRefused_ = true;
     restartNote_.title = "Restart the file manager";
+    fileManager_.menusChanged();
 }
 
 void FrontEnd::received(link::Message message) {
