@@ -66,8 +66,8 @@ class Desktop:
             "Xvfb", "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"])
         os.environ["DISPLAY"] = ":" + number
         self.bus, address = self._start("--print-address", [
-            "dbus-daemon", f"--config-file={self._bus_configuration(runtime)}", "--nofork", "--nopidfile"],
-            joined="=")
+            "dbus-daemon", f"--config-file={self._bus_configuration(runtime)}", "--nofork",
+            "--nopidfile"], joined="=")
         os.environ["DBUS_SESSION_BUS_ADDRESS"] = address
 
         self.display = xdisplay.Display()
