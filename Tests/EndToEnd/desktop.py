@@ -254,7 +254,7 @@ BADGES = ("accessDenied", "checkedOut", "cloud", "error", "finishedTransfer", "i
 class Probe:
     """What a file manager's main loop says of its pauses, in milliseconds."""
 
-    FIELDS = struct.Struct("QQQ")
+    FIELDS = struct.Struct("QQQQ QQQ QQQ")
 
     def __init__(self, path):
         self.path = path
@@ -266,8 +266,14 @@ class Probe:
         self.memory[:] = bytes(self.FIELDS.size)
 
     def read(self):
-        iterations, longest, held_up = self.FIELDS.unpack(self.memory)
-        return {"iterations": iterations, "longest": longest / 1e6, "held up": held_up / 1e6}
+        fields = self.FIELDS.unpack(self.memory)
+        read = {"iterations": fields[0], "longest": fields[1] / 1e6, "held up": fields[2] / 1e6,
+                "of the module": fields[3] / 1e6}
+        for name, (count, time, longest) in (("badges", fields[4:7]), ("menus", fields[7:10])):
+            read[name] = count
+            read[f"{name} us"] = time / 1e3 / max(count, 1)
+            read[f"longest of {name} us"] = longest / 1e3
+        return read
 
 
 class Window:

@@ -31,7 +31,8 @@ LinkSession::LinkSession(const Options& options)
                       options.mayStart ? programFolder() + "/corvid-finder-ext" : std::string(),
                       {}}),
       cache_(client_,
-             [this](const std::string& folder, const std::vector<std::string>& names) {
+             [this](const std::string& folder, const std::vector<std::string>& names,
+                    link::BadgeCache::Change /*change*/) {
                  if (badgesChanged) {
                      badgesChanged(folder, names);
                  }

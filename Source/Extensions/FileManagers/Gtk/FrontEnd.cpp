@@ -26,10 +26,12 @@ Place placeOf(const std::string& path) {
 FrontEnd::FrontEnd(link::LinkClient::Options options, FileManager fileManager)
     : fileManager_(std::move(fileManager)), client_(*this, std::move(options)),
       badges_(client_,
-              [this](const std::string& folder, const std::vector<std::string>& names) {
-                  for (const std::string& name : names) {
-                      redraw(folder, name);
-                  }
+              [this](const std::string& folder, const std::vector<std::string>& names,
+                     link::BadgeCache::Change change) {
+                  redraw(folder, names,
+                         change == link::BadgeCache::Change::firstBadge
+                             ? RedrawQueue::Reason::appeared
+                             : RedrawQueue::Reason::changed);
               }),
       menus_(client_, [this] { fileManager_.menusChanged(); }) {
     restartNote_.isAnswer = false;
@@ -39,9 +41,7 @@ FrontEnd::FrontEnd(link::LinkClient::Options options, FileManager fileManager)
 void FrontEnd::begin(const std::string& folder) {
     badges_.begin(folder);
     if (const auto drawn = drawn_.find(folder); drawn != drawn_.end()) {
-        for (const std::string& name : drawn->second) {
-            redraw(folder, name);
-        }
+        redraw(folder, drawn->second, RedrawQueue::Reason::appeared);
     }
 }
 
@@ -67,15 +67,6 @@ std::string FrontEnd::badge(const std::string& path, bool isFolder) {
     return std::string(redrawing_.erase(path) != 0
                            ? badges_.badge(place.folder, place.name, isFolder)
                            : badges_.refresh(place.folder, place.name, isFolder));
-}
-
-std::string FrontEnd::takeRedraw() {
-    if (redraws_.empty()) {
-        return {};
-    }
-    std::string path = std::move(redraws_.front());
-    redraws_.pop_front();
-    return path;
 }
 
 void FrontEnd::badgeWillBeAskedFor(const std::string& path) {
@@ -134,11 +125,12 @@ bool FrontEnd::isOnVolume(std::string_view path) const {
            (path.size() == volume_.size() || path[volume_.size()] == '/');
 }
 
-void FrontEnd::redraw(const std::string& folder, const std::string& name) {
-    if (redraws_.empty()) {
-        fileManager_.redrawWanted();
+template <class Names>
+void FrontEnd::redraw(const std::string& folder, const Names& names, RedrawQueue::Reason reason) {
+    for (const std::string& name : names) {
+        redraws_.add(folder + "/" + name, reason);
     }
-    redraws_.push_back(folder + "/" + name);
+    fileManager_.redrawWanted();
 }
 
 } // namespace corvid::gtk

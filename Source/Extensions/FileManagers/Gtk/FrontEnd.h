@@ -1,10 +1,10 @@
 #pragma once
 
 #include "Extensions/FileManagers/Gtk/MenuCache.h"
+#include "Extensions/FileManagers/Gtk/RedrawQueue.h"
 #include "Extensions/FileManagers/Link/BadgeCache.h"
 #include "Extensions/FileManagers/Link/LinkClient.h"
 
-#include <deque>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -19,7 +19,7 @@ namespace corvid::gtk {
 class FrontEnd : private link::LinkClient::Delegate {
 public:
     struct FileManager {
-        /// There is something for takeRedraw(). May be called from within any member.
+        /// There is something more in redraws(). May be called from within any member.
         std::function<void()> redrawWanted;
         /// Menus should be asked for again.
         std::function<void()> menusChanged;
@@ -38,9 +38,9 @@ public:
     /// The file manager draws an item: its badge as far as it is known, empty for none.
     std::string badge(const std::string& path, bool isFolder);
 
-    /// The next item to draw anew; empty when there is none. Whoever has the file manager ask for
-    /// its badge says so, so that this is not taken for a change of the item.
-    std::string takeRedraw();
+    /// The items to draw anew. Whoever has the file manager ask for the badge of one says so, so
+    /// that this is not taken for a change of the item.
+    RedrawQueue& redraws() { return redraws_; }
     void badgeWillBeAskedFor(const std::string& path);
 
     /// As in MenuCache; null outside the volume.
@@ -55,7 +55,8 @@ private:
     void woken() override { badges_.woken(); }
 
     bool isOnVolume(std::string_view path) const;
-    void redraw(const std::string& folder, const std::string& name);
+    template <class Names>
+    void redraw(const std::string& folder, const Names& names, RedrawQueue::Reason reason);
 
     const FileManager fileManager_;
     link::LinkClient client_;
@@ -68,7 +69,7 @@ private:
     /// Items that were drawn, by folder: a folder that comes into view has them drawn anew.
     std::unordered_map<std::string, std::unordered_set<std::string>> drawn_;
     std::size_t drawnItems_ = 0;
-    std::deque<std::string> redraws_;
+    RedrawQueue redraws_;
     /// The next badge() of these is no change of the item.
     std::unordered_set<std::string> redrawing_;
 };

@@ -25,7 +25,8 @@ constexpr int kLinkPriority = G_PRIORITY_HIGH_IDLE + 30;
 constexpr const char* kMenuIcon = "MorrowFilesAppIcon";
 
 MenuProvider* menuProvider = nullptr; // weak; the file manager owns it
-guint redrawSource = 0;
+guint redrawSource = 0;               // now
+guint laterRedrawSource = 0;          // when more may be drawn
 guint menusSource = 0;
 
 struct FreeGLib {
@@ -45,12 +46,26 @@ std::string pathOf(FileInfo* file) {
     return path ? path.get() : "";
 }
 
+void wantRedraw();
+
+gboolean wantRedrawNow(gpointer /*data*/) {
+    laterRedrawSource = 0;
+    wantRedraw();
+    return G_SOURCE_REMOVE;
+}
+
 gboolean redrawSome(gpointer /*data*/) {
-    const auto end = std::chrono::steady_clock::now() + kRedrawSlice;
-    while (std::chrono::steady_clock::now() < end) {
-        const std::string path = frontEnd().takeRedraw();
+    using std::chrono::steady_clock;
+    const auto begin = steady_clock::now();
+    while (steady_clock::now() - begin < kRedrawSlice) {
+        const std::string path = frontEnd().redraws().take(begin);
         if (path.empty()) {
             redrawSource = 0;
+            if (const auto due = frontEnd().redraws().due(); due && laterRedrawSource == 0) {
+                const auto pause = std::chrono::ceil<std::chrono::milliseconds>(*due - begin);
+                laterRedrawSource =
+                    g_timeout_add(static_cast<guint>(pause.count()), wantRedrawNow, nullptr);
+            }
             return G_SOURCE_REMOVE;
         }
         const GRef<GFile> location(g_file_new_for_path(path.c_str()));

@@ -135,7 +135,7 @@ void BadgeCache::received(const Volume& volume) {
             }
             folder.items.clear();
             if (!names.empty() && folder.views > 0) {
-                changed_(folderName, names);
+                changed_(folderName, names, Change::otherBadge);
             }
         } else if (folder.views > 0) {
             client_.send(Begin{folderName});
@@ -152,7 +152,8 @@ void BadgeCache::received(const Badges& badges) {
         return;
     }
     Folder& folder = found->second;
-    std::vector<std::string> names;
+    std::vector<std::string> first;
+    std::vector<std::string> other;
     for (const ItemBadge& news : badges.items) {
         Item& item = folder.items[news.name];
         if (news.isAnswer && item.state == Item::State::asked) {
@@ -160,12 +161,15 @@ void BadgeCache::received(const Badges& badges) {
             --unanswered_;
         }
         if (item.badge != news.badge) {
+            (item.badge.empty() ? first : other).push_back(news.name);
             item.badge = news.badge;
-            names.push_back(news.name);
         }
     }
-    if (!names.empty()) {
-        changed_(badges.folder, names);
+    if (!first.empty()) {
+        changed_(badges.folder, first, Change::firstBadge);
+    }
+    if (!other.empty()) {
+        changed_(badges.folder, other, Change::otherBadge);
     }
 }
 

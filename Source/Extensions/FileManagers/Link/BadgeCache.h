@@ -20,9 +20,11 @@ namespace corvid::link {
 /// that dispatches the LinkClient, whose events its owner passes on.
 class BadgeCache {
 public:
-    /// `changed` hears, from within received(), which items of a folder have another badge now.
-    using Changed =
-        std::function<void(const std::string& folder, const std::vector<std::string>& names)>;
+    /// `changed` hears, from within received(), which items of a folder have another badge now, and
+    /// whether it is the first that they have.
+    enum class Change : std::uint8_t { firstBadge, otherBadge };
+    using Changed = std::function<void(const std::string& folder,
+                                       const std::vector<std::string>& names, Change change)>;
 
     /// Folders kept that are no longer shown, and items of all those together.
     static constexpr std::size_t kMaxFoldersKept = 16;

@@ -57,8 +57,9 @@ protected:
     /// Takes all that is to be drawn anew, and draws it.
     std::vector<std::string> redraw() {
         std::vector<std::string> paths;
-        for (std::string path = frontEnd_.takeRedraw(); !path.empty();
-             path = frontEnd_.takeRedraw()) {
+        const auto now = RedrawQueue::Clock::now();
+        for (std::string path = frontEnd_.redraws().take(now); !path.empty();
+             path = frontEnd_.redraws().take(now)) {
             frontEnd_.badgeWillBeAskedFor(path);
             frontEnd_.badge(path, false);
             paths.push_back(path);

@@ -37,8 +37,10 @@ public:
     explicit FrontEnd(const RuntimeFolder& folder, std::uint16_t oldest = kOldestVersion,
                       std::uint16_t newest = kNewestVersion, std::string program = {})
         : client(*this, {"test", std::move(program), {}, oldest, newest, folder}),
-          cache(client, [this](const std::string&, const std::vector<std::string>& names) {
+          cache(client, [this](const std::string&, const std::vector<std::string>& names,
+                               BadgeCache::Change change) {
               ++redraws;
+              lastChange = change;
               redrawn.insert(redrawn.end(), names.begin(), names.end());
           }) {
         client.open();
@@ -68,6 +70,7 @@ public:
     std::vector<std::string> redrawn;
     std::map<std::string, std::string> news; ///< by name, the newest
     int redraws = 0;
+    BadgeCache::Change lastChange{};
     int ups = 0;
     std::optional<StatusReply> status;
     std::optional<Pong> pong;
@@ -145,6 +148,7 @@ TEST_F(LinkTest, BadgesAreAskedForInBatchesAndOnceEach) {
     EXPECT_EQ(frontEnd.cache.unanswered(), 0U);
     EXPECT_EQ(frontEnd.redrawn.size(), 5000U);
     EXPECT_LT(frontEnd.redraws, 2500);
+    EXPECT_EQ(frontEnd.lastChange, BadgeCache::Change::firstBadge);
     std::size_t asked = 0;
     for (const std::string& call : script_.calls.lines()) {
         asked += call.starts_with("badge") ? 1U : 0U;
@@ -204,6 +208,7 @@ TEST_F(LinkTest, ConnectsAnewAndAsksAgain) {
     script_.badges = {{"a", "error"}};
     serving = std::make_unique<Serving>(folder_, script_);
     frontEnd.until([&] { return frontEnd.cache.badge("/v", "a", false) == "error"; });
+    EXPECT_EQ(frontEnd.lastChange, BadgeCache::Change::otherBadge);
     EXPECT_EQ(frontEnd.ups, 2);
 }
 
@@ -276,6 +281,8 @@ TEST_F(LinkTest, HangsUpOnWhatIsNoFrontEnd) {
 TEST_F(LinkTest, SkipsFramesThatItDoesNotKnow) {
     Serving serving(folder_, script_);
     FrontEnd frontEnd(folder_);
+    // Before there is a volume nothing on it can be begun.
+    frontEnd.untilVolume();
     RawPeer peer(folder_);
     Bytes bytes;
     appendFrame(bytes, Hello{1, 9, "later"});
