@@ -124,26 +124,31 @@ def serve():
             except Exception as error:  # whatever one peer sends, the next is served
                 print("ignored:", repr(error), file=sys.stderr, flush=True)
 
-folder, *pairs = sys.argv[1:] or sys.exit(__doc__)
-badges = dict(pair.rsplit("=", 1) for pair in pairs)
-base = os.environ.get("XDG_RUNTIME_DIR", "")
-place = base + "/corvid" if base[:1] == "/" else f"{tempfile.gettempdir()}/corvid-{os.getuid()}"
-runtime, ports = open_folder(place), open_folder(place + "/ports")
-listener = take(HOST)
-publish_volume()
-extensions = {name for name in map(unquote, os.listdir(ports)) if name.startswith(EXTENSION)}
-threading.Thread(target=serve, daemon=True).start()
-print("ready", flush=True)
-for line in sys.stdin:
-    path, badge = line.rstrip("\n").rsplit("=", 1)
-    badges[path] = badge
-    url = "NSURL", {"NS.base": plistlib.UID(0), "NS.relative": ROOT + quote(path)}
-    data = archive(("NSDictionary", {"NS.keys": ["badgeID", "path"], "NS.objects": [badge, url]}))
-    for name in list(extensions):
-        try:
-            with connect(name) as connection:
-                send(connection, REQUEST, DATA, 3, 0, data)
-        except OSError:  # it has ended
-            extensions.discard(name)
-os.unlink(HOST, dir_fd=ports)
-os.unlink("host.volume", dir_fd=runtime)
+def main():
+    global folder, badges, runtime, ports, listener, extensions
+    folder, *pairs = sys.argv[1:] or sys.exit(__doc__)
+    badges = dict(pair.rsplit("=", 1) for pair in pairs)
+    base = os.environ.get("XDG_RUNTIME_DIR", "")
+    place = base + "/corvid" if base[:1] == "/" else f"{tempfile.gettempdir()}/corvid-{os.getuid()}"
+    runtime, ports = open_folder(place), open_folder(place + "/ports")
+    listener = take(HOST)
+    publish_volume()
+    extensions = {name for name in map(unquote, os.listdir(ports)) if name.startswith(EXTENSION)}
+    threading.Thread(target=serve, daemon=True).start()
+    print("ready", flush=True)
+    for line in sys.stdin:
+        path, badge = line.rstrip("\n").rsplit("=", 1)
+        badges[path] = badge
+        url = "NSURL", {"NS.base": plistlib.UID(0), "NS.relative": ROOT + quote(path)}
+        data = archive(("NSDictionary", {"NS.keys": ["badgeID", "path"], "NS.objects": [badge, url]}))
+        for name in list(extensions):
+            try:
+                with connect(name) as connection:
+                    send(connection, REQUEST, DATA, 3, 0, data)
+            except OSError:  # it has ended
+                extensions.discard(name)
+    os.unlink(HOST, dir_fd=ports)
+    os.unlink("host.volume", dir_fd=runtime)
+
+if __name__ == "__main__":
+    main()

@@ -33,6 +33,7 @@ try:
     gi.require_version("GdkPixbuf", "2.0")
     from gi.repository import Atspi, GdkPixbuf, GLib
     from Xlib import XK, X
+    from Xlib import error as xerror
     from Xlib import display as xdisplay
     from Xlib.ext import damage, xtest
 except (ImportError, ValueError) as problem:
@@ -162,6 +163,17 @@ class Desktop:
         """The pixels of the whole screen, four bytes each: blue, green, red and nothing."""
         return self.root.get_image(0, 0, WIDTH, HEIGHT, X.ZPixmap, 0xffffffff).data
 
+    def surfaces(self, is_popup):
+        """The windows on the screen, as the X server has them, or what pops up above them."""
+        for surface in self.root.query_tree().children:
+            try:
+                attributes = surface.get_attributes()
+            except xerror.BadWindow:  # it has just gone
+                continue
+            if (attributes.map_state == X.IsViewable and
+                    bool(attributes.override_redirect) == is_popup):
+                yield surface
+
     def picture(self, target, area=None):
         """Keeps what is on the screen, or in an area of it, as a picture."""
         target.parent.mkdir(exist_ok=True)
@@ -191,17 +203,21 @@ class Desktop:
             self.emblems[badge, size] = rows
         return self.emblems[badge, size]
 
-    def badges_in(self, area, screen=None):
-        """Which badges are drawn in the area (x, y, width, height), as pixels tell."""
-        left, top, width, height = area
-        left, top = max(0, left), max(0, top)
-        right, bottom = min(WIDTH, area[0] + width), min(HEIGHT, area[1] + height)
+    def lines_of(self, area, screen=None):
+        """The pixels in the area (x, y, width, height), line by line, three bytes each."""
+        left, top = max(0, area[0]), max(0, area[1])
+        right, bottom = min(WIDTH, area[0] + area[2]), min(HEIGHT, area[1] + area[3])
         pixels = screen or self.screen()
         lines = []
         for y in range(top, bottom):
             line = bytearray(pixels[4 * (y * WIDTH + left):4 * (y * WIDTH + right)])
             del line[3::4]
             lines.append(bytes(line))
+        return lines
+
+    def badges_in(self, area, screen=None):
+        """Which badges are drawn in the area (x, y, width, height), as pixels tell."""
+        lines = self.lines_of(area, screen)
         return {badge for badge in BADGES for size in EMBLEM_SIZES
                 if self._is_drawn(self.emblem(badge, size), lines)}
 
@@ -233,10 +249,20 @@ class Desktop:
         xtest.fake_input(self.display, X.MotionNotify, x=int(x), y=int(y))
         self.display.sync()
 
-    def key(self, name, *modifiers):
+    def side_by_side(self, count):
+        """Waits for so many windows, the oldest first from the left. There is no window manager: they
+        are all in one corner of the screen."""
+        def windows():
+            found = list(self.surfaces(is_popup=False))
+            return found if len(found) == count else None
+        for number, window in enumerate(self.wait_for(windows, f"{count} windows")):
+            window.configure(x=number * WIDTH // count, y=0, width=WIDTH // count, height=HEIGHT)
+        self.display.sync()
+
+    def key(self, name, *modifiers, at=1 / 4):
         """Presses a key while others are held. There is no window manager to say whose they are:
-        they go to the window in the corner of the screen."""
-        self.move(WIDTH / 4, HEIGHT / 2)
+        they go to the window at that part of the screen's width."""
+        self.move(WIDTH * at, HEIGHT / 2)
         self.root.query_pointer().child.set_input_focus(X.RevertToParent, X.CurrentTime)
         codes = [self.display.keysym_to_keycode(XK.string_to_keysym(key))
                  for key in (*modifiers, name)]
@@ -294,6 +320,12 @@ class Window:
             stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages,
             start_new_session=True)
 
+    def open_another(self, folder):
+        """One more window of the same process."""
+        subprocess.run([*self.manager.command, str(folder)], env=self.environment, check=True,
+                       stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages,
+                       timeout=PATIENCE)
+
     def close(self):
         if self.process.poll() is None:
             self.process.kill()
@@ -337,10 +369,12 @@ class Window:
     def find_item(self, name):
         """The area (x, y, width, height) of a file or folder in the view; None when it is not
         there."""
-        for accessible in self.walk():
-            if accessible.get_name() == name and accessible.get_role_name() == self.manager.item:
-                return area_of(accessible)
-        return None
+        return next((area_of(one) for one in self.items(name)), None)
+
+    def items(self, name):
+        """The files or folders of that name, in all windows of the process."""
+        return (one for one in self.walk()
+                if one.get_name() == name and one.get_role_name() == self.manager.item)
 
     def item(self, name):
         return self.desktop.wait_for(lambda: self.find_item(name), f"{name}\n{self.said()}")
@@ -392,6 +426,11 @@ class Window:
         # In a list the icon is beside what has the name, and what is right of the name is no item.
         x += -self.manager.left / 2 if self.manager.item == "table cell" else width / 2
         self.desktop.click(x, y + height / 3, **options)
+
+    def close_menu(self, depth=1):
+        """Without a click on anything; `depth` is how many are open, each from the one before."""
+        for _ in range(depth):
+            self.desktop.key("Escape")
 
     def choose(self, *titles):
         """Clicks through entries of the open menu."""

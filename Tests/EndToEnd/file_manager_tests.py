@@ -4,9 +4,11 @@ import sys
 import time
 import unicodedata
 import unittest
+from pathlib import Path
 
-from desktop import BADGES, LINE, PICTURES, Desktop, skip
+from desktop import BADGES, LINE, PATIENCE, PICTURES, Atspi, Desktop, skip
 from gtk4_window import open_window
+from played_extension import PlayedExtension
 from world import World
 
 NAMES = ("blank in it", "percent%41", "hash#", "line\nbreak", "🐦",
@@ -173,6 +175,96 @@ class InTheFileManager(FileManagerCase):
         host.wait_for("shown", folder=str(self.world.volume))
         host.wait_for("hidden", folder=str(self.world.volume / "folder"))
         self.wait_for_badges(window, {"a.txt": "synced", "folder": "inProgress"})
+        self.desktop.key("w", "Control_L")
+        host.wait_for("hidden", folder=str(self.world.volume))
+
+
+class OfEveryKind(FileManagerCase):
+    """What a host may put into a menu, and how an item of it is shown."""
+
+    def test_entries(self):
+        self.make("a.txt")
+        host = self.world.start(sys.executable, Path(__file__).with_name("menu_host.py"),
+                                self.world.volume, "a.txt=synced")
+        host.wait_for("line", text="ready")
+        window = self.open()
+        self.wait_for_badges(window, {"a.txt": "synced"})
+        window.open_menu("a.txt")
+        window.choose("Corvid")
+        self.wait_for_entries(window, "Corvid", [
+            ("Open Online", True), (LINE, False), ("Disabled", False), ("✓ Marked", True),
+            ("– Partly", True), ("    Indented", True), ("Under_score & more", True),
+            ("Share", True)])
+        window.choose("Share")
+        self.wait_for_entries(window, "Share", [
+            ("By Mail", True), ("Deeper", True), ("By Link", True)])
+        window.choose("Deeper")
+        # A click there would not reach the host.
+        self.wait_for_entries(window, "Deeper", [("Too Deep", False)])
+        window.close_menu(depth=4)
+        window.open_menu("a.txt")
+        window.choose("Corvid", "Share", "By Link")
+        host.wait_for("line", text="clicked 12 a.txt")
+        window.open_menu("a.txt")
+        window.choose("Corvid", "Under_score & more")
+        host.wait_for("line", text="clicked 8 a.txt")
+
+
+class OfAnotherTime(FileManagerCase):
+    """A module and an extension of different versions: one of them was updated while the file
+    manager ran."""
+
+    def play(self, oldest, newest):
+        self.make("a.txt")
+        extension = PlayedExtension(self.world, oldest, newest)
+        self.addCleanup(extension.close)
+        return extension, self.open(extension=False)
+
+    def check_note(self, extension, window):
+        window.item("a.txt")
+        self.assertTrue(extension.refused.wait(PATIENCE))
+        window.open_menu("a.txt")
+        note = window.entry("Restart the file manager")
+        self.assertFalse(note.get_state_set().contains(Atspi.StateType.SENSITIVE))
+        self.assertNotIn("Corvid", [one.get_name() for one in window.shown_entries()])
+        self.wait_for_badges(window, {"a.txt": None})
+
+    def test_module_is_too_old(self):
+        self.check_note(*self.play(7, 9))
+
+    def test_module_is_too_new(self):
+        self.check_note(*self.play(0, 0))
+
+    def test_extension_is_newer_and_speaks_this_version_too(self):
+        extension, window = self.play(1, 9)
+        self.wait_for_badges(window, {"a.txt": "synced"})
+        window.open_menu("a.txt")
+        window.choose("Corvid", "Second")
+        self.assertEqual(extension.clicks.get(timeout=PATIENCE), (1, 1))
+
+
+class TwoWindows(FileManagerCase):
+    def test_one_of_two_windows_is_closed(self):
+        self.world.commit("a.txt", "folder/b.txt")
+        host = self.world.host()
+        window = self.open()
+        self.wait_for_badges(window, {"a.txt": "synced", "folder": "synced"})
+        window.open_another(self.world.volume / "folder")
+        self.desktop.side_by_side(2)
+        self.wait_for_badges(window, {"a.txt": "synced", "folder": "synced", "b.txt": "synced"})
+        host.wait_for("shown", folder=str(self.world.volume))
+        host.wait_for("shown", folder=str(self.world.volume / "folder"))
+        self.world.change("folder/b.txt")
+        self.wait_for_badges(window, {"folder": "inProgress", "b.txt": "inProgress"})
+        # Both on one folder, and then the other one only.
+        self.desktop.key("Up", "Alt_L", at=3 / 4)
+        host.wait_for("hidden", folder=str(self.world.volume / "folder"))
+        self.desktop.wait_for(lambda: len(list(window.items("a.txt"))) == 2, "a.txt in both")
+        self.desktop.key("w", "Control_L", at=3 / 4)
+        self.desktop.side_by_side(1)
+        self.world.change("a.txt")
+        self.wait_for_badges(window, {"a.txt": "inProgress", "folder": "inProgress"})
+        self.assertEqual([one for one in host.passed_over if one["event"] == "hidden"], [])
         self.desktop.key("w", "Control_L")
         host.wait_for("hidden", folder=str(self.world.volume))
 

@@ -52,9 +52,11 @@ def environment_of(manager, world, extension=True):
     configuration = world.home / ".config"
     (configuration / "glib-2.0/settings").mkdir(parents=True, exist_ok=True)
     (configuration / "glib-2.0/settings/keyfile").write_text(manager.settings)
-    for toolkit, setting in (("gtk-3.0", "gtk-menu-images=1"), ("gtk-4.0", "gtk-enable-animations=0")):
+    # Two clicks for two menus may follow each other fast, and are no double click.
+    for toolkit, settings in (("gtk-3.0", "gtk-menu-images=1\n"),
+                              ("gtk-4.0", "gtk-enable-animations=0\ngtk-double-click-time=50\n")):
         (configuration / toolkit).mkdir(exist_ok=True)
-        (configuration / toolkit / "settings.ini").write_text(f"[Settings]\n{setting}\n")
+        (configuration / toolkit / "settings.ini").write_text(f"[Settings]\n{settings}")
     return {
         **world.environment,
         "XDG_DATA_DIRS": f"{BUILD / 'share'}:/usr/local/share:/usr/share",

@@ -2,8 +2,7 @@
 in its own surface, not on the screen: the X server knows where the surfaces are. Each question goes
 to the program itself, so only what is needed is looked at."""
 
-from desktop import Atspi, GLib, Window, X, area_of
-from Xlib import error as xerror
+from desktop import Atspi, GLib, Window, area_of, xerror
 
 
 class Gtk4Window(Window):
@@ -61,14 +60,13 @@ class Gtk4Window(Window):
         return None
 
     def _surfaces(self, is_popup):
-        for surface in reversed(self.desktop.root.query_tree().children):
+        for surface in self.desktop.surfaces(is_popup):
             try:
-                attributes = surface.get_attributes()
-                if (attributes.map_state == X.IsViewable and
-                        bool(attributes.override_redirect) == is_popup):
-                    yield surface.get_geometry()
+                geometry = surface.get_geometry()
             except (xerror.BadWindow, xerror.BadDrawable):  # it has just gone
-                pass
+                continue
+            if geometry.width > 1:  # not what holds a selection
+                yield geometry
 
     def find_item(self, name):
         view = self.part("table", "GtkGridView")
@@ -112,6 +110,15 @@ class Gtk4Window(Window):
                 yield child
             elif child.get_role_name() == "panel":
                 yield from self._entries_in(child)
+
+    def click_item(self, name, **options):
+        # A click beside a menu that is still on the screen would close that, and no more.
+        self.desktop.wait_for(lambda: not any(self._surfaces(is_popup=True)),
+                              "the end of the menu before")
+        super().click_item(name, **options)
+
+    def close_menu(self, depth=1):
+        self.desktop.key("Escape")
 
     def shown_entries(self):
         popover = self._popover()
