@@ -20,9 +20,11 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace corvid::bench {
 
@@ -35,6 +37,33 @@ constexpr std::size_t kLargeBytes = std::size_t{64} << 20U;
 [[noreturn]] void fail(const char* what) {
     std::fprintf(stderr, "%s failed\n", what);
     std::exit(1);
+}
+
+enum class Side { client, server };
+
+/// Keeps this process, and those that it starts, on the processor of its side: the first and the
+/// last that it may use. Else what is compared would depend on whether the scheduler happened to
+/// give one server the client's processor and the other a different one.
+void keepTo(Side side) {
+    static const std::vector<std::size_t> usable = [] {
+        cpu_set_t set;
+        std::vector<std::size_t> processors;
+        if (sched_getaffinity(0, sizeof set, &set) == 0) {
+            for (std::size_t i = 0; i < CPU_SETSIZE; ++i) {
+                if (CPU_ISSET(i, &set)) {
+                    processors.push_back(i);
+                }
+            }
+        }
+        return processors;
+    }();
+    if (usable.empty()) {
+        return;
+    }
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(side == Side::client ? usable.front() : usable.back(), &set);
+    sched_setaffinity(0, sizeof set, &set);
 }
 
 /// A process that runs `body` after it has said that it is ready, and is killed at the end.
@@ -50,6 +79,7 @@ public:
         if (process_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             close(ends[0]);
+            keepTo(Side::server);
             body([&] { close(ends[1]); });
             _exit(0);
         }
@@ -134,7 +164,7 @@ void request(MessagePortService& service, const char* name, const Bytes& data,
     }
 }
 
-void measureBadgeRequest(const Place& place, bool isQuick) {
+void measureBadgeRequest(const Place& place, DBus* bus, bool isQuick) {
     const Bytes question = badgeRequest();
     const Bytes answer = badgeReply();
     const Server host([&](const Server::Ready& ready) {
@@ -148,8 +178,6 @@ void measureBadgeRequest(const Place& place, bool isQuick) {
         ready();
         server.answer(question.size(), answer);
     });
-    const auto bus = DBus::start();
-
     UnixMessagePortService service(place.runtimeFolder());
     std::optional<Bytes> reply;
     Bytes bareReply(answer.size());
@@ -337,7 +365,10 @@ int main(int argc, char** argv) {
     using namespace corvid::bench;
     const bool isQuick = corvid::bench::isQuick(argc, argv);
     const Place place;
-    measureBadgeRequest(place, isQuick);
+    keepTo(Side::server);
+    const auto bus = DBus::start();
+    keepTo(Side::client);
+    measureBadgeRequest(place, bus.get(), isQuick);
     measureController(place, isQuick);
     measurePushes(place, isQuick);
     measureBandwidth(place, isQuick);

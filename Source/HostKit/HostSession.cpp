@@ -51,6 +51,7 @@ HostSession::HostSession(const std::string& folder, Application& application,
                          MessagePortService& ports, const PortFolder& portFolder)
     : portFolder_(portFolder), dispatch_(std::make_unique<UnixDispatch>()),
       queue_(dynamic_cast<UnixDispatchQueue&>(dispatch_->serialQueue("Corvid.HostKit"))),
+      watchQueue_(dispatch_->serialQueue("Corvid.HostKit.watch")),
       service_(mappingTo(folder), application, ports, queue_) {}
 
 HostSession::~HostSession() {
@@ -77,16 +78,18 @@ void HostSession::open() {
         }
     });
     portWatcher_ = std::make_unique<PortWatcher>(
-        folder, std::string(kExtensionPorts.rawValue()), queue_,
+        folder, std::string(kExtensionPorts.rawValue()), watchQueue_,
         [this](const LivePort& port, bool isAlive) {
-            isAlive ? service_.addExtension(port.name) : service_.removeExtension(port.name);
+            queue_.async([this, name = port.name, isAlive] {
+                isAlive ? service_.addExtension(name) : service_.removeExtension(name);
+            });
         });
     volumeWatcher_ = VolumeFile::ofExtension(folder).watch(
-        queue_, [this](const std::optional<PublishedVolume>& extension) {
+        watchQueue_, [this](const std::optional<PublishedVolume>& extension) {
             const auto fault = extension ? volumeFault(*extension, service_.mapping().localFolder())
                                          : std::nullopt;
             if (fault) {
-                service_.problem(*fault);
+                queue_.async([this, problem = *fault] { service_.problem(problem); });
             }
         });
 }

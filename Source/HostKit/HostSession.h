@@ -39,6 +39,7 @@ private:
     const PortFolder& portFolder_;
     std::unique_ptr<UnixDispatch> dispatch_;
     UnixDispatchQueue& queue_;
+    DispatchQueue& watchQueue_; ///< that queue_ has one thing to wait for, which is quickest
     HostService service_;
     std::unique_ptr<VolumeFile::Publication> volume_;
     std::unique_ptr<PortWatcher> portWatcher_;

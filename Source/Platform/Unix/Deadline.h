@@ -32,10 +32,10 @@ public:
                 static_cast<long>((remaining - seconds).count())};
     }
     /// What is left, as sockets take it: rounded up, and never zero, which would be for ever.
-    timeval timevalLeft() const {
+    timeval timevalLeft() const { return timevalOf(left()); }
+    static timeval timevalOf(std::chrono::nanoseconds left) {
         constexpr std::chrono::microseconds kLeast{1};
-        const auto remaining =
-            std::max(kLeast, std::chrono::ceil<std::chrono::microseconds>(left()));
+        const auto remaining = std::max(kLeast, std::chrono::ceil<std::chrono::microseconds>(left));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(remaining);
         return {static_cast<std::time_t>(seconds.count()),
                 static_cast<suseconds_t>((remaining - seconds).count())};

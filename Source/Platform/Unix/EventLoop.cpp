@@ -34,27 +34,8 @@ EventLoop::~EventLoop() = default;
 
 void EventLoop::run() {
     thread_ = std::this_thread::get_id();
-    for (;;) {
-        {
-            const MutexLock lock(mutex_);
-            if (stopped_ && blocks_.empty()) {
-                break;
-            }
-        }
-        const int count = epoll_wait(epoll_.get(), ready_.data(), static_cast<int>(ready_.size()),
-                                     waitMilliseconds());
-        readyCount_ = count > 0 ? static_cast<std::size_t>(count) : 0;
-        bool isWoken = false;
-        for (std::size_t i = 0; i < readyCount_; ++i) {
-            // Copied, since a source may be unwatched, and its event cleared, by another.
-            const epoll_event event = ready_[i];
-            if (event.data.ptr != nullptr) {
-                static_cast<EventSource*>(event.data.ptr)->onEvents(event.events);
-            } else if (event.events != 0) {
-                isWoken = true;
-            }
-        }
-        readyCount_ = 0;
+    while (!isOver()) {
+        const bool isWoken = !waitForSole() && waitForAll();
         runTimers();
         for (std::size_t i = 0; i < roundEnds_.size(); ++i) {
             if (EventSource* const source = std::exchange(roundEnds_[i], nullptr)) {
@@ -69,6 +50,48 @@ void EventLoop::run() {
         }
     }
     thread_ = std::thread::id();
+}
+
+bool EventLoop::isOver() {
+    const MutexLock lock(mutex_);
+    return stopped_ && blocks_.empty();
+}
+
+// False when there is something else to wait for, or to do.
+bool EventLoop::waitForSole() {
+    if (sole_ == nullptr || watchedCount_ != 1 || !timers_.empty() || !sole_->prepareToWait()) {
+        return false;
+    }
+    {
+        const MutexLock lock(mutex_);
+        if (stopped_ || !blocks_.empty()) {
+            return false;
+        }
+        waiting_ = sole_;
+    }
+    sole_->waitAndServe();
+    const MutexLock lock(mutex_);
+    waiting_ = nullptr;
+    return true;
+}
+
+// Whether there are blocks to run.
+bool EventLoop::waitForAll() {
+    const int count = epoll_wait(epoll_.get(), ready_.data(), static_cast<int>(ready_.size()),
+                                 waitMilliseconds());
+    readyCount_ = count > 0 ? static_cast<std::size_t>(count) : 0;
+    bool isWoken = false;
+    for (std::size_t i = 0; i < readyCount_; ++i) {
+        // Copied, since a source may be unwatched, and its event cleared, by another.
+        const epoll_event event = ready_[i];
+        if (event.data.ptr != nullptr) {
+            static_cast<EventSource*>(event.data.ptr)->onEvents(event.events);
+        } else if (event.events != 0) {
+            isWoken = true;
+        }
+    }
+    readyCount_ = 0;
+    return isWoken;
 }
 
 void EventLoop::stop() {
@@ -88,6 +111,9 @@ void EventLoop::post(std::function<void()> block) {
 void EventLoop::wake() {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t ignored = write(wakeUp_.get(), &one, sizeof one);
+    if (waiting_ != nullptr) {
+        waiting_->interrupt();
+    }
 }
 
 void EventLoop::runBlocks() {
@@ -106,11 +132,28 @@ bool EventLoop::watch(int fd, std::uint32_t events, EventSource& source) {
     epoll_event event{};
     event.events = events;
     event.data.ptr = &source;
-    return epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
+        return false;
+    }
+    ++watchedCount_;
+    return true;
+}
+
+bool EventLoop::watch(int fd, std::uint32_t events, SoleSource& source) {
+    if (!watch(fd, events, static_cast<EventSource&>(source))) {
+        return false;
+    }
+    sole_ = &source;
+    return true;
 }
 
 void EventLoop::unwatch(int fd, EventSource& source) {
-    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr) == 0) {
+        --watchedCount_;
+    }
+    if (sole_ == &source) {
+        sole_ = nullptr;
+    }
     for (std::size_t i = 0; i < readyCount_; ++i) {
         if (ready_[i].data.ptr == &source) {
             ready_[i] = epoll_event{};

@@ -28,6 +28,17 @@ public:
     virtual void onTimer() {}
 };
 
+/// A source that can wait for its descriptor by itself, which costs less than to have it told.
+class SoleSource : public EventSource {
+public:
+    /// Makes ready to wait. False when that cannot be now.
+    virtual bool prepareToWait() = 0;
+    /// Waits until the descriptor is ready, or for interrupt(), and does what onEvents() does.
+    virtual void waitAndServe() = 0;
+    /// Ends the wait, or has the next one end at once. Any thread, after prepareToWait().
+    virtual void interrupt() = 0;
+};
+
 /// Waits for descriptors, blocks and timers on one thread, and does not wake up but for them.
 ///
 /// post() and stop() may be called from any thread, the rest on the loop's thread only. Sources
@@ -51,6 +62,8 @@ public:
 
     /// Calls `source` when `fd` has `events`. False when the system refuses.
     bool watch(int fd, std::uint32_t events, EventSource& source);
+    /// As above, and leaves the wait to `source` while it is all that there is to wait for.
+    bool watch(int fd, std::uint32_t events, SoleSource& source);
     /// Takes `fd` out; events of this round that `source` has not seen are dropped.
     void unwatch(int fd, EventSource& source);
     /// Calls onRoundEnd() of `source` at the end of this round.
@@ -59,22 +72,28 @@ public:
     void setTimer(EventSource& source, std::optional<std::chrono::steady_clock::time_point> moment);
 
 private:
+    bool isOver();
+    bool waitForSole();
+    bool waitForAll();
     int waitMilliseconds() const;
     void runTimers();
     void runBlocks();
-    void wake();
+    void wake() CORVID_REQUIRES(mutex_);
 
     OwnedFd epoll_;
     OwnedFd wakeUp_;
     std::atomic<std::thread::id> thread_{};
     std::vector<epoll_event> ready_;
     std::size_t readyCount_ = 0;
+    std::size_t watchedCount_ = 0;
+    SoleSource* sole_ = nullptr;
     std::vector<EventSource*> roundEnds_;
     std::vector<std::pair<EventSource*, std::chrono::steady_clock::time_point>> timers_;
 
     Mutex mutex_;
     std::vector<std::function<void()>> blocks_ CORVID_GUARDED_BY(mutex_);
     bool stopped_ CORVID_GUARDED_BY(mutex_) = false;
+    SoleSource* waiting_ CORVID_GUARDED_BY(mutex_) = nullptr; ///< the sole source, while it waits
 };
 
 } // namespace corvid

@@ -83,9 +83,9 @@ ForkClosedFd::~ForkClosedFd() {
 }
 
 void ForkClosedFd::reset() {
-    ForkList& list = ForkList::shared();
-    const std::lock_guard lock(list.mutex);
     if (fd_) {
+        ForkList& list = ForkList::shared();
+        const std::lock_guard lock(list.mutex);
         list.remove(*this);
         fd_.reset();
     }

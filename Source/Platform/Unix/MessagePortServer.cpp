@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <poll.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -35,18 +35,16 @@ constexpr std::size_t kScratchBytes = std::size_t{16} << 10U;
 
 constexpr std::chrono::milliseconds kPauseWithoutDescriptors{50};
 
-// accept() makes a socket before it finds that nobody waits; to ask costs a quarter of that.
-bool doesAnybodyWait(int listener) {
-    pollfd entry{listener, POLLIN, 0};
-    return poll(&entry, 1, 0) > 0;
-}
+// Between its connect() and its send() a sender needs much less, unless it is interrupted. A socket
+// counts in ticks of the system's clock, so one tick is the least there is.
+constexpr timeval kMomentBeforeRequest{0, 1};
 
 } // namespace
 
 struct MessagePortServer::Connection final : EventSource {
     enum class Phase { reading, waitingForMemory, complete, writing, dropped };
 
-    Connection(MessagePortServer& owner, ForkClosedFd socket, LocalMessagePort& target, pid_t pid)
+    Connection(MessagePortServer& owner, OwnedFd socket, LocalMessagePort& target, pid_t pid)
         : server(owner), fd(std::move(socket)), port(target.shared_from_this()), peer(pid) {}
 
     void onEvents(std::uint32_t) override { server.onConnectionEvents(*this); }
@@ -70,7 +68,11 @@ struct MessagePortServer::Connection final : EventSource {
 LocalMessagePort::LocalMessagePort(std::string name, PortFolder::Listener listener,
                                    MessagePortCallback callback)
     : name_(std::move(name)), callback_(std::move(callback)), process_(getpid()),
-      listener_(std::move(listener)) {}
+      listener_(std::move(listener)) {
+    // The server waits in accept(), or calls it when somebody is there: nobody else takes them.
+    int nonBlocking = 0;
+    ioctl(listener_.fd.get(), FIONBIO, &nonBlocking);
+}
 
 LocalMessagePort::~LocalMessagePort() = default;
 
@@ -129,7 +131,20 @@ void LocalMessagePort::onEvents(std::uint32_t) {
     server_->accept(*this);
 }
 
-MessagePortServer::MessagePortServer(EventLoop& loop) : loop_(loop), scratch_(kScratchBytes) {}
+bool LocalMessagePort::prepareToWait() {
+    return interrupter_.prepare();
+}
+
+void LocalMessagePort::waitAndServe() {
+    server_->accept(*this);
+}
+
+void LocalMessagePort::interrupt() {
+    interrupter_.interrupt();
+}
+
+MessagePortServer::MessagePortServer(EventLoop& loop)
+    : loop_(loop), user_(geteuid()), scratch_(kScratchBytes) {}
 
 MessagePortServer::~MessagePortServer() = default;
 
@@ -153,45 +168,42 @@ void MessagePortServer::remove(LocalMessagePort& port) {
     tidy();
 }
 
+// One a round: who waits behind it is reported again, so that every source has its turn.
 void MessagePortServer::accept(LocalMessagePort& port) {
     loop_.atRoundEnd(*this);
-    for (std::size_t accepted = 0; accepted < kMaxConnections; ++accepted) {
-        if (accepted == 1 && !doesAnybodyWait(port.listener_.fd.get())) {
-            return;
-        }
-        if (openCount_ >= kMaxConnections && !makeRoom()) {
-            listen(false);
-            return;
-        }
-        OwnedFd fd(
-            accept4(port.listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (!fd) {
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // Who waits in the kernel is served when there are descriptors again: once one of
-                // these connections ends, or the rest of the process has closed some.
-                listen(false);
-                listenAgain_ = steady_clock::now() + kPauseWithoutDescriptors;
-            }
-            return;
-        }
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
-            peer.uid != geteuid()) {
-            continue;
-        }
-        connections_.push_back(
-            std::make_unique<Connection>(*this, ForkClosedFd(std::move(fd)), port, peer.pid));
-        ++openCount_;
+    if (openCount_ >= kMaxConnections && !makeRoom()) {
+        listen(false);
+        return;
     }
-}
-
-// Read at the end of the round: by then most senders have written, and need not be watched.
-void MessagePortServer::readNew() {
-    for (const auto& connection : connections_) {
-        if (connection->phase == Connection::Phase::reading && connection->watchedEvents == 0) {
-            read(*connection);
+    // Blocking: each call says for itself whether it waits.
+    OwnedFd fd(accept4(port.listener_.fd.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!fd) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            // Who waits in the kernel is served when there are descriptors again: once one of
+            // these connections ends, or the rest of the process has closed some.
+            listen(false);
+            listenAgain_ = steady_clock::now() + kPauseWithoutDescriptors;
+            port.interrupter_.giveUp();
+        } else if (errno == EINVAL) {
+            loop_.unwatch(port.listener_.fd.get(), port); // The interrupter has shut it down.
         }
+        return;
+    }
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
+        return;
+    }
+    connections_.push_back(std::make_unique<Connection>(*this, std::move(fd), port, peer.pid));
+    ++openCount_;
+    // The usual case is one sender, which has connected and is about to write. To wait that moment
+    // costs less than to have the loop tell of it. With others to serve, nobody waits for one.
+    Connection& connection = *connections_.back();
+    read(connection, Wait::no);
+    if (openCount_ == 1 && connection.isSilent()) {
+        setsockopt(connection.fd.get(), SOL_SOCKET, SO_RCVTIMEO, &kMomentBeforeRequest,
+                   sizeof kMomentBeforeRequest);
+        read(connection, Wait::oneMoment);
     }
 }
 
@@ -238,7 +250,7 @@ void MessagePortServer::onConnectionEvents(Connection& connection) {
     }
 }
 
-void MessagePortServer::read(Connection& connection) {
+void MessagePortServer::read(Connection& connection, Wait wait) {
     using State = FrameReader::State;
     FrameReader& reader = connection.reader;
     std::size_t readBytes = 0;
@@ -256,7 +268,9 @@ void MessagePortServer::read(Connection& connection) {
                 return;
             }
         }
-        const ssize_t count = recv(connection.fd.get(), space.data(), space.size(), MSG_DONTWAIT);
+        const ssize_t count = recv(connection.fd.get(), space.data(), space.size(),
+                                   wait == Wait::oneMoment ? 0 : MSG_DONTWAIT);
+        wait = Wait::no;
         if (count <= 0) {
             if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
                 drop(connection);
@@ -308,7 +322,6 @@ void MessagePortServer::releaseLarge(Connection& connection) {
 }
 
 void MessagePortServer::onRoundEnd() {
-    readNew();
     if (hasComplete_) {
         isInRound_ = true;
         hasComplete_ = false;
@@ -375,10 +388,12 @@ void MessagePortServer::reply(Connection& connection, bool isRefusal, std::optio
     connection.replyHeader = encodedHeader(header);
     connection.reply = data ? std::move(*data) : Bytes();
     connection.phase = Connection::Phase::writing;
-    connection.since = steady_clock::now();
     write(connection);
-
-    if (connection.phase == Connection::Phase::writing && connection.reply.size() > kLargeBytes) {
+    if (connection.phase != Connection::Phase::writing) {
+        return;
+    }
+    connection.since = steady_clock::now();
+    if (connection.reply.size() > kLargeBytes) {
         connection.largeBytes = connection.reply.size();
         largeBytes_ += connection.largeBytes;
         // The callback has made the reply already: the bound is kept at the cost of the peer that

@@ -2,6 +2,7 @@
 
 #include "Core/Base/Mutex.h"
 #include "Platform/Interfaces/MessagePortService.h"
+#include "Platform/Unix/AcceptInterrupter.h"
 #include "Platform/Unix/EventLoop.h"
 #include "Platform/Unix/ForkClosedFd.h"
 #include "Platform/Unix/FrameReader.h"
@@ -12,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace corvid {
@@ -21,7 +23,7 @@ class UnixDispatchQueue;
 
 /// A name of this process and the callback behind it.
 class LocalMessagePort final : public MessagePort,
-                               public EventSource,
+                               public SoleSource,
                                public std::enable_shared_from_this<LocalMessagePort> {
 public:
     LocalMessagePort(std::string name, PortFolder::Listener listener, MessagePortCallback callback);
@@ -36,6 +38,9 @@ public:
 private:
     friend class MessagePortServer;
     void onEvents(std::uint32_t events) override;
+    bool prepareToWait() override;
+    void waitAndServe() override;
+    void interrupt() override;
     void forgetQueue();
 
     std::string name_;
@@ -46,6 +51,7 @@ private:
     UnixDispatchQueue* queue_ CORVID_GUARDED_BY(mutex_) = nullptr;
     // On the queue once there is one.
     PortFolder::Listener listener_;
+    AcceptInterrupter interrupter_{listener_};
     MessagePortServer* server_ = nullptr;
     bool isCalling_ = false;
 };
@@ -77,9 +83,9 @@ private:
 
     void accept(LocalMessagePort& port);
     void listen(bool on);
-    void readNew();
     bool makeRoom();
-    void read(Connection& connection);
+    enum class Wait { no, oneMoment };
+    void read(Connection& connection, Wait wait = Wait::no);
     bool reserveLarge(Connection& connection);
     void releaseLarge(Connection& connection);
     void readPredecessors();
@@ -92,6 +98,7 @@ private:
     void tidy();
 
     EventLoop& loop_;
+    const uid_t user_;
     std::vector<std::shared_ptr<LocalMessagePort>> ports_;
     std::list<std::unique_ptr<Connection>> connections_; ///< oldest first
     std::size_t openCount_ = 0;                          ///< connections that are not dropped

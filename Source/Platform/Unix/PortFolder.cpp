@@ -35,6 +35,7 @@ bool isUnreserved(unsigned char byte) {
 std::string escaped(std::string_view name) {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text;
+    text.reserve(name.size());
     for (const char character : name) {
         const auto byte = static_cast<unsigned char>(character);
         // Names that begin with a dot are the folder's own.
@@ -118,11 +119,11 @@ bool isFileOf(int folder, const std::string& file, std::string_view name) {
     return !isHashed(file) || readSmallFile(folder, nameFileOf(file)) == name;
 }
 
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address{};
+sockaddr_un addressOf(std::string_view path) {
+    sockaddr_un address;
     address.sun_family = AF_UNIX;
-    // Linux takes a path that fills the field without a final NUL (unix(7)).
-    std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path));
+    path = path.substr(0, sizeof address.sun_path - 1);
+    *std::copy(path.begin(), path.end(), address.sun_path) = '\0';
     return address;
 }
 
@@ -166,7 +167,8 @@ std::vector<std::string> filesIn(int folder) {
 
 } // namespace
 
-PortFolder::PortFolder(RuntimeFolder runtimeFolder) : runtimeFolder_(std::move(runtimeFolder)) {}
+PortFolder::PortFolder(RuntimeFolder runtimeFolder)
+    : runtimeFolder_(std::move(runtimeFolder)), path_(runtimeFolder_.pathOf("ports")) {}
 
 std::string PortFolder::fileName(std::string_view name) {
     std::string text = escaped(name);
@@ -178,7 +180,7 @@ std::string PortFolder::fileName(std::string_view name) {
 
 std::shared_ptr<const OwnedFd> PortFolder::folder() const {
     const MutexLock lock(mutex_);
-    if (folder_ == nullptr || !RuntimeFolder::isStillGood(folder_->get())) {
+    if (folder_ == nullptr || !runtimeFolder_.isStillGood(folder_->get())) {
         folder_ = nullptr;
         auto opened = runtimeFolder_.openFolder("ports", RuntimeFolder::IfMissing::fail);
         if (opened.fd) {
@@ -190,7 +192,9 @@ std::shared_ptr<const OwnedFd> PortFolder::folder() const {
 
 PortFolder::Connection PortFolder::connectFile(int folder, const std::string& file,
                                                std::optional<Deadline> deadline) const {
-    std::string socketPath = path() + "/" + file;
+    std::string socketPath;
+    socketPath.reserve(path_.size() + 1 + file.size());
+    socketPath.append(path_).append(1, '/').append(file);
     OwnedFd byDescriptor;
     if (socketPath.size() >= sizeof sockaddr_un{}.sun_path) {
         byDescriptor = OwnedFd(openat(folder, file.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -217,7 +221,7 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(connection.fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
-        peer.uid != geteuid()) {
+        peer.uid != runtimeFolder_.user()) {
         return {};
     }
     connection.result = ConnectResult::connected;
@@ -292,6 +296,11 @@ std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std:
     listener.inode = status.st_ino;
     listener.folder = std::move(opened.fd);
     return listener;
+}
+
+int PortFolder::connectTo(int file, int socket) {
+    const sockaddr_un address = addressOf(pathOfDescriptor(file));
+    return ::connect(socket, generic(address), sizeof address);
 }
 
 void PortFolder::release(Listener& listener) {

@@ -34,7 +34,7 @@ public:
     explicit PortFolder(RuntimeFolder runtimeFolder);
 
     const RuntimeFolder& runtimeFolder() const { return runtimeFolder_; }
-    std::string path() const { return runtimeFolder_.pathOf("ports"); }
+    const std::string& path() const { return path_; }
 
     /// The file name of the socket of `name` (1 to 255 bytes); two names never have the same one
     /// unless they are so long that it is made with a hash (see the protocol's page).
@@ -64,6 +64,10 @@ public:
     /// one included, or it cannot be had; then `problem`, if given, says why in words.
     std::optional<Listener> take(std::string_view name, std::string* problem = nullptr);
 
+    /// Connects `socket` to the listening socket whose file was opened as `file` (O_PATH). The
+    /// result and `errno` of connect().
+    static int connectTo(int file, int socket);
+
     /// Frees the name of `listener`: from now on it is absent. Does nothing in a forked child.
     static void release(Listener& listener);
 
@@ -79,6 +83,7 @@ private:
     void removeDead(int folder) const;
 
     RuntimeFolder runtimeFolder_;
+    std::string path_;
     mutable Mutex mutex_;
     mutable std::shared_ptr<const OwnedFd> folder_ CORVID_GUARDED_BY(mutex_);
 };

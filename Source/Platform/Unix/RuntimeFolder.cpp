@@ -39,7 +39,7 @@ std::string octal(mode_t mode) {
 }
 
 RuntimeFolder::Opened openChecked(int parent, const std::string& name, const std::string& path,
-                                  RuntimeFolder::IfMissing ifMissing) {
+                                  uid_t user, RuntimeFolder::IfMissing ifMissing) {
     if (ifMissing == RuntimeFolder::IfMissing::create && mkdirat(parent, name.c_str(), 0700) != 0 &&
         errno != EEXIST) {
         return failed(path, std::string("cannot be made: ") + std::strerror(errno));
@@ -56,9 +56,9 @@ RuntimeFolder::Opened openChecked(int parent, const std::string& name, const std
     if (fstat(fd.get(), &status) != 0) {
         return failed(path, std::strerror(errno));
     }
-    if (status.st_uid != geteuid()) {
+    if (status.st_uid != user) {
         return failed(path, "belongs to user " + std::to_string(status.st_uid) +
-                                ", not to this one (" + std::to_string(geteuid()) +
+                                ", not to this one (" + std::to_string(user) +
                                 "); have its owner remove it");
     }
     if ((status.st_mode & 077U) != 0) {
@@ -78,7 +78,7 @@ RuntimeFolder RuntimeFolder::ofThisUser() {
     return RuntimeFolder(systemTemporaryFolder() + "/corvid-" + std::to_string(geteuid()));
 }
 
-RuntimeFolder::RuntimeFolder(std::string path) : path_(std::move(path)) {}
+RuntimeFolder::RuntimeFolder(std::string path) : path_(std::move(path)), user_(geteuid()) {}
 
 std::string RuntimeFolder::pathOf(std::string_view name) const {
     return path_ + "/" + std::string(name);
@@ -91,7 +91,7 @@ RuntimeFolder::Opened RuntimeFolder::open(IfMissing ifMissing) const {
     if (!parent) {
         return failed(parentPath, std::strerror(errno));
     }
-    return openChecked(parent.get(), path_.substr(slash + 1), path_, ifMissing);
+    return openChecked(parent.get(), path_.substr(slash + 1), path_, user_, ifMissing);
 }
 
 RuntimeFolder::Opened RuntimeFolder::openFolder(std::string_view name, IfMissing ifMissing) const {
@@ -99,7 +99,7 @@ RuntimeFolder::Opened RuntimeFolder::openFolder(std::string_view name, IfMissing
     if (!self.fd) {
         return {OwnedFd(), self.problem};
     }
-    return openChecked(self.fd.get(), std::string(name), pathOf(name), ifMissing);
+    return openChecked(self.fd.get(), std::string(name), pathOf(name), user_, ifMissing);
 }
 
 bool RuntimeFolder::lock(int folder) {
@@ -118,9 +118,9 @@ void RuntimeFolder::unlock(int folder) {
     flock(folder, LOCK_UN);
 }
 
-bool RuntimeFolder::isStillGood(int folder) {
+bool RuntimeFolder::isStillGood(int folder) const {
     struct stat status{};
-    return fstat(folder, &status) == 0 && status.st_nlink > 0 && status.st_uid == geteuid() &&
+    return fstat(folder, &status) == 0 && status.st_nlink > 0 && status.st_uid == user_ &&
            (status.st_mode & 077U) == 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace corvid {
 
@@ -24,6 +25,8 @@ public:
     explicit RuntimeFolder(std::string path);
 
     const std::string& path() const { return path_; }
+    /// The number of this user, to whom everybody in the folder belongs.
+    uid_t user() const { return user_; }
 
     /// The path of something in it.
     std::string pathOf(std::string_view name) const;
@@ -46,10 +49,11 @@ public:
     static void unlock(int folder);
 
     /// True as long as the opened `folder` is this user's alone and has not been removed.
-    static bool isStillGood(int folder);
+    bool isStillGood(int folder) const;
 
 private:
     std::string path_;
+    uid_t user_;
 };
 
 } // namespace corvid

@@ -29,11 +29,14 @@ constexpr std::size_t kReplyScratchBytes = std::size_t{4} << 10U;
 /// Somebody else's name, and the connection that found it, until the first send spends it.
 class RemotePort final : public MessagePort {
 public:
-    RemotePort(std::string_view name, OwnedFd connection, std::uint64_t serial)
-        : name_(name), serial_(serial), connection_(std::move(connection)) {}
+    RemotePort(std::string_view name, std::uint64_t serial) : name_(name), serial_(serial) {}
 
     const std::string& name() const override { return name_; }
 
+    void keepConnection(OwnedFd connection) {
+        const MutexLock lock(mutex_);
+        connection_ = std::move(connection);
+    }
     /// The connection, when it is still unspent and the latest of the process, as `serial` says:
     /// the receiver puts requests into the order of their connections.
     OwnedFd takeConnection(std::uint64_t serial) {
@@ -105,9 +108,10 @@ WriteResult writeRequest(int fd, const FrameHeader& header, ByteView data,
 ssize_t receiveWithin(int fd, std::span<std::uint8_t> space, const Deadline& deadline) {
     ssize_t count = -1;
     do {
-        const timeval timeout = deadline.timevalLeft();
+        const auto left = deadline.left();
+        const timeval timeout = Deadline::timevalOf(left);
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        count = recv(fd, space.data(), space.size(), deadline.passed() ? MSG_DONTWAIT : 0);
+        count = recv(fd, space.data(), space.size(), left.count() == 0 ? MSG_DONTWAIT : 0);
     } while (count < 0 && (errno == EAGAIN || errno == EINTR) && !deadline.passed());
     return count;
 }
@@ -152,12 +156,14 @@ UnixMessagePortService::UnixMessagePortService(RuntimeFolder runtimeFolder)
     : folder_(std::move(runtimeFolder)) {}
 
 MessagePortRef UnixMessagePortService::createRemote(std::string_view name) {
-    const std::uint64_t serial = ++connects_;
+    // Made first: from the connection on, the server waits for the request.
+    auto port = std::make_shared<RemotePort>(name, ++connects_);
     auto connection = folder_.connect(name, std::nullopt);
     if (connection.result == PortFolder::ConnectResult::absent) {
         return nullptr;
     }
-    return std::make_shared<RemotePort>(name, std::move(connection.fd), serial);
+    port->keepConnection(std::move(connection.fd));
+    return port;
 }
 
 SendStatus UnixMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,

@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <gmock/gmock.h>
 #include <map>
 #include <poll.h>
@@ -441,6 +442,45 @@ TEST_F(MessagePortFaultTest, folderRemovedWhileRunning) {
     std::filesystem::remove_all(folder_ / "corvid");
     expectAbsent();
     // A host that starts now makes the folder anew, and is found.
+    expectAnswerOfAnotherHost();
+}
+
+// The queue's thread waits for connections; what others give it must reach it there, whatever has
+// become of the name.
+TEST_F(MessagePortFaultTest, queueOfAWaitingPortIsReachedWithoutItsName) {
+    const std::string file = ports() + "/own";
+    const auto queueRuns = [&](DispatchQueue& queue) {
+        std::promise<void> ran;
+        queue.async([&] { ran.set_value(); });
+        return ran.get_future().wait_for(kSlack) == std::future_status::ready;
+    };
+    for (const char* what : {"removed", "renamed", "forbidden"}) {
+        SCOPED_TRACE(what);
+        DispatchQueue& queue = platform_->dispatch.serialQueue(what);
+        const MessagePortRef port = platform_->messagePorts.createLocal(
+            "own",
+            [](MessagePort&, std::int32_t, std::optional<ByteView>) { return bytes("answer"); });
+        ASSERT_NE(port, nullptr);
+        platform_->messagePorts.setDispatchQueue(*port, queue);
+        EXPECT_EQ(ask("own").reply, bytes("answer"));
+        EXPECT_TRUE(queueRuns(queue)); // from here on it waits again
+        if (what == std::string_view("forbidden")) {
+            ASSERT_EQ(chmod(file.c_str(), 0), 0);
+            EXPECT_TRUE(queueRuns(queue));
+        } else {
+            ASSERT_EQ(rename(file.c_str(), (file + "-gone").c_str()), 0);
+            if (what == std::string_view("removed")) {
+                ASSERT_EQ(unlink((file + "-gone").c_str()), 0);
+            }
+            EXPECT_TRUE(queueRuns(queue));
+            EXPECT_TRUE(queueRuns(queue));
+        }
+        platform_->messagePorts.invalidate(*port);
+        std::error_code error;
+        std::filesystem::remove(file + "-gone", error);
+        EXPECT_TRUE(queueRuns(queue));
+    }
+    expectAbsent();
     expectAnswerOfAnotherHost();
 }
 
