@@ -18,7 +18,6 @@ from leftovers import Scratch
 SKIPPED = 77
 PICTURES = BUILD / "pictures"
 PATIENCE = int(os.environ.get("PATIENCE","120"))
-WIDTH, HEIGHT = 1100, 750
 EMBLEM_SIZES = (16, 24, 32, 48, 64)
 
 
@@ -52,7 +51,8 @@ LINE = "────────"  # between entries, where there are no real li
 class Desktop:
     """An X server, a session bus and the accessibility bus on it: one for a process."""
 
-    def __init__(self):
+    def __init__(self, width=1100, height=750):
+        self.width, self.height = width, height
         if not shutil.which("Xvfb"):
             skip("Xvfb is not installed; script/bootstrap test installs it")
         self.scratch = Scratch.new("desktop")
@@ -64,8 +64,15 @@ class Desktop:
                      "XDG_CACHE_HOME", "NO_AT_BRIDGE"):
             os.environ.pop(name, None)
         self.server, number = self._start("-displayfd", [
-            "Xvfb", "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-noreset"])
+            "Xvfb", "-screen", "0", f"{width}x{height}x24", "-nolisten", "tcp", "-noreset",
+            "-nocursor", "-fbdir", str(self.scratch)])
         os.environ["DISPLAY"] = ":" + number
+        with open(self.scratch / "Xvfb_screen0", "rb") as file:
+            self.pixels = mmap.mmap(file.fileno(), 0, prot=mmap.PROT_READ)
+        # The header of an XWD file: its size, the bytes in a line, and the colours that follow it.
+        header = struct.unpack(">25I", self.pixels[:100])
+        assert header[12] == 4 * width
+        self.first_pixel = header[0] + 12 * header[19]
         self.bus, address = self._start("--print-address", [
             "dbus-daemon", f"--config-file={self._bus_configuration(runtime)}", "--nofork",
             "--nopidfile"], joined="=")
@@ -76,6 +83,7 @@ class Desktop:
         self.display.extension_event  # noqa: B018 (loads the table of extension events)
         self.display.damage_query_version()
         self.root.damage_create(damage.DamageReportRawRectangles)
+        self.root.change_attributes(event_mask=X.SubstructureNotifyMask)
         self.display.flush()
         GLib.io_add_watch(self.display.fileno(), GLib.PRIORITY_DEFAULT, GLib.IO_IN,
                           lambda *_: self._take_x_events())
@@ -84,7 +92,7 @@ class Desktop:
         for event in ("object:state-changed", "object:children-changed", "object:bounds-changed",
                       "object:visible-data-changed", "object:text-changed", "window:"):
             self.listener.register(event)
-        self.emblems = {}
+        self.pictures = {}  # that were looked for
 
     def _bus_configuration(self, runtime):
         """A session bus that starts the accessibility bus when that is wanted and nothing else: no
@@ -161,7 +169,7 @@ class Desktop:
 
     def screen(self):
         """The pixels of the whole screen, four bytes each: blue, green, red and nothing."""
-        return self.root.get_image(0, 0, WIDTH, HEIGHT, X.ZPixmap, 0xffffffff).data
+        return self.pixels[self.first_pixel:self.first_pixel + 4 * self.width * self.height]
 
     def surfaces(self, is_popup):
         """The windows on the screen, as the X server has them, or what pops up above them."""
@@ -179,18 +187,21 @@ class Desktop:
         target.parent.mkdir(exist_ok=True)
         pixels = bytearray(self.screen())
         pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
-        pixels[3::4] = b"\xff" * (WIDTH * HEIGHT)
+        pixels[3::4] = b"\xff" * (self.width * self.height)
         image = GdkPixbuf.Pixbuf.new_from_bytes(GLib.Bytes.new(bytes(pixels)),
-                                                GdkPixbuf.Colorspace.RGB, True, 8, WIDTH, HEIGHT,
-                                                WIDTH * 4)
+                                                GdkPixbuf.Colorspace.RGB, True, 8, self.width,
+                                                self.height, self.width * 4)
         if area:
             image = image.new_subpixbuf(*area)
         image.savev(str(target), "png", [], [])
 
     def emblem(self, badge, size):
-        """The rows of a badge's picture: where each begins that has opaque pixels, and those."""
-        if (badge, size) not in self.emblems:
-            path = BUILD / f"share/icons/hicolor/{size}x{size}/emblems/emblem-corvid-{badge}.png"
+        return self.rows_of(f"emblems/emblem-corvid-{badge}", size)
+
+    def rows_of(self, name, size):
+        """The rows of a picture of ours: where each begins that has opaque pixels, and those."""
+        if (name, size) not in self.pictures:
+            path = BUILD / f"share/icons/hicolor/{size}x{size}/{name}.png"
             image = GdkPixbuf.Pixbuf.new_from_file(str(path))
             pixels, stride = image.get_pixels(), image.get_rowstride()
             rows = []
@@ -200,17 +211,17 @@ class Desktop:
                 if opaque and opaque == list(range(opaque[0], opaque[-1] + 1)):
                     rows.append((opaque[0], y, b"".join(
                         bytes((line[x][2], line[x][1], line[x][0])) for x in opaque)))
-            self.emblems[badge, size] = rows
-        return self.emblems[badge, size]
+            self.pictures[name, size] = rows
+        return self.pictures[name, size]
 
     def lines_of(self, area, screen=None):
         """The pixels in the area (x, y, width, height), line by line, three bytes each."""
         left, top = max(0, area[0]), max(0, area[1])
-        right, bottom = min(WIDTH, area[0] + area[2]), min(HEIGHT, area[1] + area[3])
+        right, bottom = min(self.width, area[0] + area[2]), min(self.height, area[1] + area[3])
         pixels = screen or self.screen()
         lines = []
         for y in range(top, bottom):
-            line = bytearray(pixels[4 * (y * WIDTH + left):4 * (y * WIDTH + right)])
+            line = bytearray(pixels[4 * (y * self.width + left):4 * (y * self.width + right)])
             del line[3::4]
             lines.append(bytes(line))
         return lines
@@ -236,6 +247,34 @@ class Desktop:
                 at = line.find(key, at + 1)
         return False
 
+    def places_of(self, rows):
+        """Where a picture is drawn on the screen, (x, y) of each, line by line."""
+        pixels = bytearray(self.screen())
+        del pixels[3::4]
+        start, y0, key = max(rows, key=lambda row: len(row[2]))
+        places = []
+        at = pixels.find(key)
+        while at >= 0:
+            origin = at // 3 - start - y0 * self.width
+            if at % 3 == 0 and all(
+                    pixels.startswith(row, max(0, 3 * (origin + y * self.width + x)))
+                    for x, y, row in rows):
+                places.append((origin % self.width, origin // self.width))
+            at = pixels.find(key, at + 1)
+        return places
+
+    def menus(self):
+        """The areas (x, y, width, height) of the open menus, outermost first."""
+        areas = []
+        for surface in self.surfaces(is_popup=True):
+            try:
+                area = surface.get_geometry()
+            except xerror.XError:  # it has just gone
+                continue
+            if area.width > 20:
+                areas.append((area.x, area.y, area.width, area.height))
+        return areas
+
     # The pointer and keys.
 
     def click(self, x, y, button=1, count=1):
@@ -256,13 +295,14 @@ class Desktop:
             found = list(self.surfaces(is_popup=False))
             return found if len(found) == count else None
         for number, window in enumerate(self.wait_for(windows, f"{count} windows")):
-            window.configure(x=number * WIDTH // count, y=0, width=WIDTH // count, height=HEIGHT)
+            window.configure(x=number * self.width // count, y=0, width=self.width // count,
+                             height=self.height)
         self.display.sync()
 
     def key(self, name, *modifiers, at=1 / 4):
         """Presses a key while others are held. There is no window manager to say whose they are:
         they go to the window at that part of the screen's width."""
-        self.move(WIDTH * at, HEIGHT / 2)
+        self.move(self.width * at, self.height / 2)
         self.root.query_pointer().child.set_input_focus(X.RevertToParent, X.CurrentTime)
         codes = [self.display.keysym_to_keycode(XK.string_to_keysym(key))
                  for key in (*modifiers, name)]
@@ -305,6 +345,8 @@ class Probe:
 class Window:
     """A running file manager that shows the volume of a world."""
 
+    ENVIRONMENT = {}
+
     def __init__(self, desktop, manager, world, folder=None, extension=True):
         self.desktop, self.manager, self.world = desktop, manager, world
         self.probe = Probe(world.scratch / "probe")
@@ -312,7 +354,7 @@ class Window:
             **environment_of(manager, world, extension),
             "DISPLAY": os.environ["DISPLAY"], "GDK_BACKEND": "x11",
             "DBUS_SESSION_BUS_ADDRESS": os.environ["DBUS_SESSION_BUS_ADDRESS"],
-            "CORVID_TRIAL_PROBE": str(self.probe.path),
+            "CORVID_TRIAL_PROBE": str(self.probe.path), **self.ENVIRONMENT,
         }
         self.messages = tempfile.TemporaryFile(mode="w+")
         self.process = subprocess.Popen(
@@ -437,6 +479,75 @@ class Window:
         for title in titles:
             x, y, width, height = area_of(self.entry(title))
             self.desktop.click(x + width / 2, y + height / 2)
+
+
+class UnobservedWindow(Window):
+    """A running file manager whose main loop is measured: nobody asks what it shows, which would
+    keep it busy, so that its items are known by where their badges are."""
+
+    ENVIRONMENT = {"NO_AT_BRIDGE": "1"}
+    EMBLEM = 24  # the size beside icons of 48 pixels
+
+    def wait_for_items(self, names, badge):
+        """Until that many items show that badge; then their places are known, by their names."""
+        def shown():
+            places = self.desktop.places_of(self.desktop.emblem(badge, self.EMBLEM))
+            return places if len(places) == len(names) else None
+        places = self.desktop.wait_for(shown, f"{badge} on {len(names)} items\n{self.said()}")
+        self.places = dict(zip(sorted(names), places))
+        self.names = {name: self.name_of(name) for name in names}
+
+    def name_of(self, item, rise=0):
+        """The pixels of an item's name, which is that much higher."""
+        x, y = self.places[item]
+        return self.desktop.lines_of((x - 40, y + 60 - rise, 60, 20))
+
+    def wait_for_items_of(self, other):
+        """Until the items are seen, without badges, that another window had with them: Caja makes
+        room for badges above its icons."""
+        self.places, self.names = other.places, other.names
+        self.desktop.wait_for(
+            lambda: all(self.name_of(name, self.EMBLEM // 2) == pixels
+                        for name, pixels in self.names.items()),
+            f"the items\n{self.said()}")
+
+    def badges_of(self, name, screen=None):
+        x, y = self.places[name]
+        return self.desktop.badges_in((x, y, self.EMBLEM, self.EMBLEM), screen)
+
+    def click_item(self, name, **options):
+        x, y = self.places[name]
+        self.desktop.click(x - 10, y + 24, **options)
+
+    def wait_for_menus(self, count):
+        """Until that many menus are open; the area of the innermost."""
+        def opened():
+            menus = self.desktop.menus()
+            return menus if len(menus) == count else None
+        return self.desktop.wait_for(opened, f"{count} menus")[-1]
+
+    def wait_for_no_menu(self):
+        self.desktop.wait_for(lambda: not self.desktop.menus(), "the menus to close")
+
+    def close_menus(self):
+        while menus := self.desktop.menus():
+            self.desktop.key("Escape")
+            self.desktop.wait_for(lambda: len(self.desktop.menus()) < len(menus),  # noqa: B023
+                                  "a menu to close")
+
+    def corvid_entry(self):
+        """Waits for the entry with the menu icon in the open menu, and returns where it is."""
+        return self.desktop.wait_for(
+            lambda: self.desktop.places_of(self.desktop.rows_of("apps/MorrowFilesAppIcon", 16)),
+            "the menu icon")[0]
+
+    def open_corvid_menu(self, name):
+        """Opens an item's menu and in it the host's; the area of the latter."""
+        self.open_menu(name)
+        self.wait_for_menus(1)
+        x, y = self.corvid_entry()
+        self.desktop.click(x + 8, y + 8)
+        return self.wait_for_menus(2)
 
 
 def is_showing(accessible):

@@ -1,5 +1,6 @@
 """The file managers that there are modules for, and how one of the build is tried in each."""
 
+import copy
 import os
 import shutil
 import subprocess
@@ -26,6 +27,12 @@ class FileManager:
         self.left = left  # how many pixels of it are to the left of what has its name
         self.settings = settings
         self.is_gtk4 = is_gtk4
+
+    def with_modules(self, folder):
+        """The same with the modules in another folder."""
+        other = copy.copy(self)
+        other.modules = folder
+        return other
 
     def missing(self):
         """Why it cannot be run, as a sentence; empty when it can."""
