@@ -12,7 +12,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from file_managers import BUILD, environment_of
+from file_managers import BUILD, bus_configuration, environment_of
 from leftovers import Scratch
 
 SKIPPED = 77
@@ -74,7 +74,7 @@ class Desktop:
         assert header[12] == 4 * width
         self.first_pixel = header[0] + 12 * header[19]
         self.bus, address = self._start("--print-address", [
-            "dbus-daemon", f"--config-file={self._bus_configuration(runtime)}", "--nofork",
+            "dbus-daemon", f"--config-file={bus_configuration(self.scratch, runtime)}", "--nofork",
             "--nopidfile"], joined="=")
         os.environ["DBUS_SESSION_BUS_ADDRESS"] = address
 
@@ -93,27 +93,6 @@ class Desktop:
                       "object:visible-data-changed", "object:text-changed", "window:"):
             self.listener.register(event)
         self.pictures = {}  # that were looked for
-
-    def _bus_configuration(self, runtime):
-        """A session bus that starts the accessibility bus when that is wanted and nothing else: no
-        indexer, portal or settings daemon has a part in a test, or outlives it."""
-        configuration = self.scratch / "bus.conf"
-        services = self.scratch / "services"
-        services.mkdir()
-        shutil.copy("/usr/share/dbus-1/services/org.a11y.Bus.service", services)
-        configuration.write_text(f"""<busconfig>
-  <type>session</type>
-  <listen>unix:path={runtime}/bus</listen>
-  <auth>EXTERNAL</auth>
-  <servicedir>{services}</servicedir>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-""")
-        return configuration
 
     def _start(self, option, command, joined=None):
         """Starts a server and returns it with what it writes once it is ready."""

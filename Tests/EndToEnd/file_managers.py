@@ -77,3 +77,27 @@ def environment_of(manager, world, extension=True):
         "CVD_FINDER_EXT_PROGRAM":
             str(BUILD / "bin/corvid-finder-ext") if extension else "/nonexistent/extension",
     }
+
+
+def bus_configuration(scratch, runtime):
+    """The file of a session bus, with its socket in `runtime`, that starts the accessibility bus when
+    that is wanted and nothing else: no indexer, portal or settings daemon has a part in what is
+    tried, or outlives it."""
+    configuration, services = scratch / "bus.conf", scratch / "services"
+    services.mkdir()
+    accessibility = Path("/usr/share/dbus-1/services/org.a11y.Bus.service")
+    if accessibility.exists():
+        shutil.copy(accessibility, services)
+    configuration.write_text(f"""<busconfig>
+  <type>session</type>
+  <listen>unix:path={runtime}/bus</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{services}</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+""")
+    return configuration

@@ -55,9 +55,15 @@ def run_on_display(manager, world):
         environment["WAYLAND_DISPLAY"] = str(Path(os.environ.get("XDG_RUNTIME_DIR", "/"))
                                              / os.environ["WAYLAND_DISPLAY"])
     # A bus of its own: else it would only have a file manager that runs open another window.
-    command = ["dbus-run-session", "--"] if shutil.which("dbus-run-session") else []
+    command = list(manager.command)
+    if shutil.which("dbus-run-session"):
+        bus = file_managers.bus_configuration(world.scratch, world.runtime.parent)
+        command = ["dbus-run-session", f"--config-file={bus}", "--", *command]
     print(f"{manager.name} runs until you close its window.", flush=True)
-    subprocess.run([*command, *manager.command, str(world.volume)], env=environment, check=False)
+    result = subprocess.run([*command, str(world.volume)], env=environment, check=False,
+                            stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    if result.returncode:
+        sys.exit(f"{result.stderr}try-in: {manager.name} ended with {result.returncode}")
 
 
 def take_picture(manager, world, target):
