@@ -5,6 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <string>
 
 namespace corvid {
@@ -33,6 +37,39 @@ TEST_F(GitRepositoryTest, stagesTheRestWhenOneFileIsRefused) {
     GitRepository repository(work_);
     EXPECT_THROW(repository.stage({".git/config", "a"}), GitError);
     EXPECT_EQ(git("status --porcelain"), "A  a\n");
+}
+
+TEST_F(GitRepositoryTest, gitStillSeesAChangeInTheSecondOfTheIndex) {
+    using namespace std::chrono_literals;
+    namespace fs = std::filesystem;
+    // Else the time of the test's own changes would tell.
+    git("config core.trustctime false");
+    const fs::path index = fs::path(work_) / ".git/index";
+    const std::map<std::string, std::function<void(GitRepository&)>> writers{
+        {"stage", [](GitRepository& repository) { repository.stage({"other"}); }},
+        {"unstage", [](GitRepository& repository) { repository.unstage({"other"}); }},
+        {"mark", [](GitRepository& repository) { repository.setCheckedOut({"other"}, true); }},
+    };
+    for (const auto& [name, writeIndex] : writers) {
+        write("other", name);
+        write("racy", "x");
+        write("same", "x");
+        // All within a second: the files, the index, and a change of equal length.
+        const auto second =
+            std::chrono::floor<std::chrono::seconds>(fs::last_write_time(work_ + "/racy"));
+        fs::last_write_time(work_ + "/racy", second + 100ms);
+        fs::last_write_time(work_ + "/same", second + 100ms);
+        commitAll();
+        fs::last_write_time(index, second + 500ms);
+        write("racy", "y");
+        fs::last_write_time(work_ + "/racy", second + 700ms);
+        ASSERT_EQ(git("--no-optional-locks status --porcelain"), " M racy\n") << name;
+        GitRepository repository(work_);
+        writeIndex(repository);
+        EXPECT_THAT(git("status --porcelain"), HasSubstr(" M racy\n")) << name;
+        EXPECT_THAT(git("status --porcelain"), Not(HasSubstr("same"))) << name;
+        EXPECT_THAT(git("ls-files --debug same"), HasSubstr("size: 1")) << name;
+    }
 }
 
 TEST_F(GitRepositoryTest, unstagesToHead) {

@@ -150,6 +150,7 @@ struct GitRepository::Implementation {
     bool hasOtherContent(const std::string& path, const struct stat& item, const git_oid& indexed);
     bool isSubmoduleChanged(const std::string& path) const;
     bool isIgnored(const std::string& path) const;
+    void smudgeRacyEntries();
     void writeIndex();
 };
 
@@ -318,7 +319,8 @@ bool GitRepository::Implementation::isChanged(const std::string& path, const str
     // (git's "racy" files); only its content can tell.
     const bool isRacy = entry.mtime.seconds > indexModified.tv_sec ||
                         (entry.mtime.seconds == indexModified.tv_sec &&
-                         entry.mtime.nanoseconds >= indexModified.tv_nsec);
+                         (entry.mtime.nanoseconds == 0 || // not every git notes them
+                          entry.mtime.nanoseconds >= indexModified.tv_nsec));
     if (isUntouched(entry, item) && !isRacy) {
         return false;
     }
@@ -413,7 +415,33 @@ void GitRepository::forEachKnownFile(const std::string& path,
     }
 }
 
+/// git compares whole seconds: a change of equal length in the second in which the index was last
+/// written can be told from its content only, and git looks at that as long as the index is as old
+/// as the file. A new index is younger, so the change has to show in it: in a size that asks git to
+/// look. libgit2 does as much for what is racy by its nanoseconds.
+void GitRepository::Implementation::smudgeRacyEntries() {
+    std::vector<std::string> changed;
+    for (std::size_t i = 0; i < git_index_entrycount(index.get()); ++i) {
+        const git_index_entry& entry = *git_index_get_byindex(index.get(), i);
+        struct stat item{};
+        if (entry.mtime.seconds >= indexModified.tv_sec && entry.file_size != 0 &&
+            git_index_entry_stage(&entry) == GIT_INDEX_STAGE_NORMAL &&
+            (entry.flags & GIT_INDEX_ENTRY_VALID) == 0 &&
+            (entry.flags_extended & GIT_INDEX_ENTRY_SKIP_WORKTREE) == 0 &&
+            lstat(absolute(entry.path).c_str(), &item) == 0 && isChanged(entry.path, item, entry)) {
+            changed.emplace_back(entry.path);
+        }
+    }
+    for (const std::string& path : changed) {
+        git_index_entry smudged = *entry(path);
+        smudged.path = path.c_str();
+        smudged.file_size = 0;
+        check(git_index_add(index.get(), &smudged), fmt::format("{} cannot be marked", path));
+    }
+}
+
 void GitRepository::Implementation::writeIndex() {
+    smudgeRacyEntries();
     check(git_index_write(index.get()), "the index cannot be written");
 }
 
