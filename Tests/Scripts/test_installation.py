@@ -58,6 +58,15 @@ class Installation(unittest.TestCase):
                        cwd=self.scratch, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.assertEqual(files_below(self.prefix), set())
 
+    def test_a_front_end_needs_the_library_of_cpp_alone(self):
+        front_end = BUILD / "tests/libcorvid-front-end.so"
+        if not front_end.exists():
+            self.skipTest("no module is built")
+        self.assertIn("BadgeCache", output("nm", "--demangle", front_end))
+        self.assertLessEqual(set(LIBRARY.findall(output("readelf", "-d", front_end))), {
+            "libstdc++.so.6", "libgcc_s.so.1", "libm.so.6", "libc.so.6", "ld-linux-x86-64.so.2",
+            "ld-linux-aarch64.so.1"})
+
     def test_modules_bring_nothing_along(self):
         for module in sorted((BUILD / "modules").glob("*/*.so")):
             name = module.parent.name
