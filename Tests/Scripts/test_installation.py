@@ -30,6 +30,12 @@ class Installation(unittest.TestCase):
         self.addCleanup(scratch.cleanup)
         self.scratch = Path(scratch.name)
         self.prefix = self.scratch / "a prefix"
+        # A theme that is in use: it has all sizes, and a cache of their icons.
+        self.theme = self.prefix / "share/icons/hicolor"
+        self.cache = self.theme / "icon-theme.cache"
+        for folder in (BUILD / "share/icons/hicolor").iterdir():
+            (self.theme / folder.name).mkdir(parents=True)
+        self.cache.touch()
         # The list of what was installed is the developer's; this test works with one of its own.
         manifest = BUILD / "install_manifest_programs.txt"
         developers = manifest.read_bytes() if manifest.exists() else None
@@ -56,7 +62,21 @@ class Installation(unittest.TestCase):
         self.assertIn(f'ExecStart="{self.prefix}/bin/corvid-finder-ext"', unit)
         subprocess.run(["cmake", "-P", ROOT / "cmake/Uninstall.cmake"], check=True,
                        cwd=self.scratch, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.assertFalse(self.is_found("emblem-corvid-synced"))
+        self.cache.unlink(missing_ok=True)
         self.assertEqual(files_below(self.prefix), set())
+
+    def is_found(self, icon):
+        """Whether a desktop finds it: one looks into the folders only when there is no cache, or an
+        older one."""
+        if (self.cache.exists()
+                and self.cache.stat().st_mtime_ns >= self.theme.stat().st_mtime_ns):
+            return icon.encode() in self.cache.read_bytes()
+        return bool(list(self.theme.rglob(f"{icon}.png")))
+
+    def test_desktops_find_the_icons(self):
+        self.assertTrue(self.is_found("emblem-corvid-synced"))
+        self.assertTrue(self.is_found("MorrowFilesAppIcon"))
 
     def test_a_front_end_needs_the_library_of_cpp_alone(self):
         front_end = BUILD / "tests/libcorvid-front-end.so"
