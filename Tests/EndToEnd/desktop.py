@@ -270,10 +270,16 @@ class Desktop:
     def side_by_side(self, count):
         """Waits for so many windows, the oldest first from the left. There is no window manager: they
         are all in one corner of the screen."""
-        def windows():
-            found = list(self.surfaces(is_popup=False))
-            return found if len(found) == count else None
-        for number, window in enumerate(self.wait_for(windows, f"{count} windows")):
+        seen = []
+
+        def are_all_there():
+            seen[:] = self.surfaces(is_popup=False)
+            return len(seen) == count
+        try:
+            self.wait_for(are_all_there, f"{count} windows")
+        except AssertionError as problem:
+            raise AssertionError(f"{problem}; but {[one.get_wm_name() for one in seen]}") from None
+        for number, window in enumerate(seen):
             window.configure(x=number * self.width // count, y=0, width=self.width // count,
                              height=self.height)
         self.display.sync()

@@ -1,5 +1,6 @@
 """What every file manager has to show: seen on its screen, and heard by the host application."""
 
+import signal
 import sys
 import time
 import unicodedata
@@ -241,6 +242,29 @@ class OfAnotherTime(FileManagerCase):
         window.open_menu("a.txt")
         window.choose("Corvid", "Second")
         self.assertEqual(extension.clicks.get(timeout=PATIENCE), (1, 1))
+
+
+class WhileTheHostHangs(FileManagerCase):
+    def test_host_hangs_and_goes_on(self):
+        self.make("a.txt")
+        host = self.host("badge ** synced\n" + MENU)
+        window = self.open()
+        self.wait_for_badges(window, {"a.txt": "synced"})
+        host.process.send_signal(signal.SIGSTOP)
+        window.open_menu("a.txt")
+        note = window.entry("Corvid is not answering")
+        self.assertFalse(note.get_state_set().contains(Atspi.StateType.SENSITIVE))
+        window.close_menu()
+        host.process.send_signal(signal.SIGCONT)
+        # Not the menu that was asked for before is awaited, which the host may answer late.
+        for _ in range(20):
+            window.open_menu("a.txt")
+            window.entry("Properties")
+            if "Corvid" in [one.get_name() for one in window.shown_entries()]:
+                break
+            window.close_menu()
+        window.choose("Corvid", "Share", "By Mail")
+        self.assertEqual(host.wait_for("action")["paths"], [str(self.world.volume / "a.txt")])
 
 
 class TwoWindows(FileManagerCase):

@@ -14,7 +14,10 @@ class TwoFileManagers(FileManagerCase):
         self.wait_for_badges(caja, {"a.txt": "synced", "b.txt": "synced"})
         nemo = open_window(self.desktop, NEMO, self.world)
         self.addCleanup(nemo.close)
-        self.desktop.side_by_side(2)
+        try:
+            self.desktop.side_by_side(2)
+        except AssertionError as problem:
+            raise AssertionError(f"{problem}; {caja.said()}; {nemo.said()}") from None
         for window in caja, nemo:
             self.wait_for_badges(window, {"a.txt": "synced", "b.txt": "synced"})
         self.assertEqual(set(self.world.status()["frontEnds"]), {"Caja", "Nemo", "corvid"})
