@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""A complete host application in plain Python: badges from a dictionary, a menu, pushes.
+"""A complete host application, written from docs/message-port-protocol.md.
 
     host.py FOLDER [PATH=BADGE ...]
 
-FOLDER is the local folder that stands for the volume, PATH an item in it. Each line "PATH=BADGE"
-on standard input changes a badge and pushes it; what happens is told on standard output.
-Written from docs/message-port-protocol.md."""
+FOLDER stands for the volume, PATH is an item in it. Each line "PATH=BADGE" of standard input
+changes a badge and pushes it; what happens is told on standard output."""
 
 import contextlib, fcntl, os, plistlib, socket, struct, sys, tempfile, threading
 from urllib.parse import quote, unquote
@@ -23,15 +22,21 @@ def open_folder(path):
         sys.exit(f"{path} is not this user's alone; remove it")
     return fd
 
+def checked(connection):
+    peer = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
+    if struct.unpack("3i", peer)[1] != os.getuid():
+        raise ConnectionRefusedError("another user's process")
+    return connection
+
 def connect(name):
     connection = socket.socket(socket.AF_UNIX)
-    connection.settimeout(1)
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("2l", 1, 0))
     connection.connect(f"/proc/self/fd/{ports}/{quote(name, safe='')}")
-    return connection
+    return checked(connection)
 
 def take(name):
     fcntl.flock(ports, fcntl.LOCK_EX)
-    with contextlib.suppress(OSError):
+    with contextlib.suppress(FileNotFoundError, ConnectionRefusedError):
         connect(name).close()
         sys.exit(f"another process serves {name}; end it first")
     temporary = f"={os.getpid()}"
@@ -58,7 +63,7 @@ def archive(root):
         return plistlib.UID(len(objects) - 1)
     def encode(value):
         if isinstance(value, list):
-            return [encode(element) for element in value]
+            return list(map(encode, value))
         if isinstance(value, tuple):  # an object: its class and its fields
             names = {"$classname": value[0], "$classes": [value[0], "NSObject"]}
             fields = {name: encode(field) for name, field in value[1].items()}
@@ -71,13 +76,12 @@ def unarchive(data):
     plist = plistlib.loads(data)
     def decode(value):
         value = plist["$objects"][value.data] if isinstance(value, plistlib.UID) else value
-        if not isinstance(value, dict):
-            return value
-        if "NS.keys" in value:
-            return dict(zip(map(decode, value["NS.keys"]), map(decode, value["NS.objects"])))
-        if "NS.objects" in value:
-            return list(map(decode, value["NS.objects"]))
-        return decode(value["NS.relative"]) if "NS.relative" in value else value
+        fields = value if isinstance(value, dict) else {}
+        if "NS.keys" in fields:
+            return dict(zip(map(decode, fields["NS.keys"]), map(decode, fields["NS.objects"])))
+        if "NS.objects" in fields:
+            return list(map(decode, fields["NS.objects"]))
+        return decode(fields["NS.relative"]) if "NS.relative" in fields else value
     return decode(plist["$top"]["root"])
 
 def path_of(url):
@@ -93,7 +97,6 @@ def answer(message, payload):
     if message == 4:
         return badges.get(path_of(payload["url"]), "none")
     if message == 5:
-        (extensions.add if payload["register"] else extensions.discard)(payload["portId"])
         print("registered" if payload["register"] else "unregistered", flush=True)
     if message == 6:
         print("shown" if payload["add"] else "left", path_of(payload["path"]), flush=True)
@@ -103,11 +106,10 @@ def send(connection, kind, flags, message, number, data):
     connection.sendall(header + data)
 
 def serve_one(connection):
-    peer = struct.unpack("3i", connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))
     connection.settimeout(5)
-    stream = connection.makefile("rb")
+    stream = checked(connection).makefile("rb")
     magic, _, oldest, size, kind, flags, _, message, number, length = HEADER.unpack(stream.read(28))
-    if peer[1] != os.getuid() or (magic, kind) != (b"CVMP", REQUEST) or length > 64 << 20:
+    if (magic, kind) != (b"CVMP", REQUEST) or length > 64 << 20:
         return
     data = stream.read(size - 28 + length)[size - 28:]
     root = answer(message, unarchive(data)) if oldest == 1 and length == len(data) > 0 else None
@@ -118,14 +120,11 @@ def serve_one(connection):
 
 def serve():
     while True:
-        with listener.accept()[0] as connection:
-            try:
-                serve_one(connection)
-            except Exception as error:  # whatever one peer sends, the next is served
-                print("ignored:", repr(error), file=sys.stderr, flush=True)
+        with listener.accept()[0] as connection, contextlib.suppress(Exception):
+            serve_one(connection)  # whatever one peer sends, the next is served
 
 def main():
-    global folder, badges, runtime, ports, listener, extensions
+    global folder, badges, runtime, ports, listener
     folder, *pairs = sys.argv[1:] or sys.exit(__doc__)
     badges = dict(pair.rsplit("=", 1) for pair in pairs)
     base = os.environ.get("XDG_RUNTIME_DIR", "")
@@ -133,20 +132,16 @@ def main():
     runtime, ports = open_folder(place), open_folder(place + "/ports")
     listener = take(HOST)
     publish_volume()
-    extensions = {name for name in map(unquote, os.listdir(ports)) if name.startswith(EXTENSION)}
     threading.Thread(target=serve, daemon=True).start()
     print("ready", flush=True)
     for line in sys.stdin:
-        path, badge = line.rstrip("\n").rsplit("=", 1)
-        badges[path] = badge
+        path, badges[path] = line.rstrip("\n").rsplit("=", 1)
         url = "NSURL", {"NS.base": plistlib.UID(0), "NS.relative": ROOT + quote(path)}
-        data = archive(("NSDictionary", {"NS.keys": ["badgeID", "path"], "NS.objects": [badge, url]}))
-        for name in list(extensions):
-            try:
-                with connect(name) as connection:
-                    send(connection, REQUEST, DATA, 3, 0, data)
-            except OSError:  # it has ended
-                extensions.discard(name)
+        push = "NSDictionary", {"NS.keys": ["badgeID", "path"], "NS.objects": [badges[path], url]}
+        for name in map(unquote, os.listdir(ports)):  # all that are there, registered or not
+            if name.startswith(EXTENSION):
+                with contextlib.suppress(OSError), connect(name) as connection:
+                    send(connection, REQUEST, DATA, 3, 0, archive(push))
     os.unlink(HOST, dir_fd=ports)
     os.unlink("host.volume", dir_fd=runtime)
 

@@ -19,6 +19,7 @@
 #include <map>
 #include <poll.h>
 #include <pthread.h>
+#include <random>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -170,27 +171,64 @@ void race(const std::string& name) {
 }
 
 // Connects, asks and leaves in every way that a front end may.
-void visit(const std::string& name, int rounds, unsigned seed) {
+/// What became of the questions of all front ends of this process.
+struct Visits {
+    std::atomic<int> answered = 0;
+    std::atomic<int> failed = 0;
+};
+
+// One front end: comes, does something at random, goes.
+void visit(const std::string& name, std::minstd_rand& random, Visits& visits) {
     UnixMessagePortService service;
-    std::srand(seed);
-    const Bytes data(2000, 1);
-    for (int i = 0; i < rounds; ++i) {
-        const auto remote = service.createRemote(name);
-        std::optional<Bytes> reply;
-        switch (remote == nullptr ? 3 : std::rand() % 4) {
-        case 0:
-            service.sendRequest(*remote, 1, data, 10s, 10s, "mode", &reply);
-            break;
-        case 1:
-            service.sendRequest(*remote, 1, data, 10s, 0ms, "mode", &reply);
-            break;
-        case 2:
-            service.sendRequest(*remote, 1, data, 10s, 0ms, std::nullopt, nullptr);
-            break;
-        default:
-            break;
-        }
+    const Bytes data(1 + random() % 3000, 1);
+    const auto remote = service.createRemote(name);
+    if (remote == nullptr) {
+        ++visits.failed;
+        return;
     }
+    switch (random() % 6) {
+    case 0: // leaves before the answer
+        service.sendRequest(*remote, 1, data, 60s, 0ms, "mode", nullptr);
+        break;
+    case 1: // tells
+        service.sendRequest(*remote, 1, data, 60s, 0ms, std::nullopt, nullptr);
+        break;
+    case 2: // changes its mind
+        break;
+    case 3: { // is cut short
+        const auto connection = service.portFolder().connect(name, std::nullopt);
+        FrameHeader header;
+        header.hasData = header.wantsReply = true;
+        header.dataBytes = 1000;
+        auto frame = encodedHeader(header);
+        send(connection.fd.get(), frame.data(), random() % (frame.size() + 1), MSG_NOSIGNAL);
+        break;
+    }
+    default: { // asks
+        std::optional<Bytes> reply;
+        const auto status = service.sendRequest(*remote, 1, data, 60s, 60s, "mode", &reply);
+        ++(status == SendStatus::success && reply == data ? visits.answered : visits.failed);
+    }
+    }
+}
+
+// `frontEnds` at a time, one coming when another goes, until the first is done with its last one;
+// then all the others leave as they are.
+void visitAtRandom(const std::string& name, int frontEnds, std::chrono::milliseconds time,
+                   unsigned seed) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    Visits visits;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < frontEnds; ++i) {
+        threads.emplace_back([&, i] {
+            std::minstd_rand random(seed + static_cast<unsigned>(i));
+            do {
+                visit(name, random, visits);
+            } while (std::chrono::steady_clock::now() < end);
+        });
+    }
+    threads.front().join();
+    say(std::to_string(visits.answered) + " " + std::to_string(visits.failed));
     _exit(0);
 }
 
@@ -337,7 +375,9 @@ int main(int argc, char** argv) {
     } else if (mode == "race") {
         race(name);
     } else if (mode == "visit") {
-        visit(name, std::stoi(words.at(2)), static_cast<unsigned>(std::stoi(words.at(3))));
+        visitAtRandom(name, std::stoi(words.at(2)),
+                      std::chrono::milliseconds(std::stoi(words.at(3))),
+                      static_cast<unsigned>(std::stoi(words.at(4))));
     } else if (mode == "publish") {
         publish(name);
     } else if (mode == "misbehave") {

@@ -2,8 +2,10 @@
 // protocol's page alone.
 
 #include "Extensions/Finder/CVMABadgeHandler.h"
+#include "Extensions/Finder/CVMAMessageID.h"
 #include "Extensions/Finder/CVMAMessagePort.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
+#include "Platform/Unix/MessageFrame.h"
 #include "Platform/Unix/PortWatcher.h"
 #include "Platform/Unix/VolumeFile.h"
 #include "Tests/Support/ChildProcess.h"
@@ -11,9 +13,17 @@
 #include "Tests/Support/RecordingReportingService.h"
 #include "Tests/Support/TemporaryFolder.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <gmock/gmock.h>
+#include <iterator>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
 
 namespace corvid::test {
 
@@ -102,6 +112,45 @@ TEST_F(PythonHostTest, findsTheExtensionsThatRunAlready) {
     ASSERT_EQ(host.readLine(), "ready");
     host.goOn("a b.txt=cloud");
     EXPECT_EQ(delegate->pushed.get_future().get(), "cloud /Volumes/Corvid/a b.txt");
+}
+
+TEST_F(PythonHostTest, keepsAnExtensionThatHangs) {
+    const auto delegate = std::make_shared<Delegate>();
+    const CVMABadgeHandler handler(portId_, delegate);
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    auto hung = folder.take(portId_ + "-HUNG");
+    ASSERT_TRUE(hung);
+    std::vector<PortFolder::Connection> waiting;
+    while (waiting.empty() || waiting.back().result == PortFolder::ConnectResult::connected) {
+        waiting.push_back(folder.connect(portId_ + "-HUNG", std::nullopt));
+    }
+    // Whoever is well gets both; the second shows that the host is done with the first.
+    for (const char* path : {"first", "second"}) {
+        host_->goOn(std::string(path) + "=error");
+        EXPECT_EQ(delegate->pushed.get_future().get(),
+                  std::string("error /Volumes/Corvid/") + path);
+        delegate->pushed = {};
+    }
+    waiting.clear();
+    for (int fd = 0; (fd = accept4(hung->fd.get(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        close(fd);
+    }
+    host_->goOn("third=error");
+    pollfd connection{hung->fd.get(), POLLIN, 0};
+    ASSERT_EQ(poll(&connection, 1, 60'000), 1);
+    const OwnedFd fd(accept4(hung->fd.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    std::array<std::uint8_t, kFrameHeaderBytes> bytes{};
+    ASSERT_EQ(recv(fd.get(), bytes.data(), bytes.size(), MSG_WAITALL),
+              static_cast<ssize_t>(bytes.size()));
+    const auto header = decodedHeader(bytes);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->messageID, CVMAMessageID(CVMAMessageID::provideBadge).rawValue());
+    PortFolder::release(*hung);
+}
+
+TEST_F(PythonHostTest, isAsShortAsItPromises) {
+    std::ifstream source(CORVID_EXAMPLE_HOST);
+    EXPECT_LT(std::count(std::istreambuf_iterator<char>(source), {}, '\n'), 150);
 }
 
 TEST_F(PythonHostTest, publishesItsVolume) {
