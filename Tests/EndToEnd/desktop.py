@@ -180,8 +180,12 @@ class Desktop:
     def rows_of(self, name, size):
         """The rows of a picture of ours: where each begins that has opaque pixels, and those."""
         if (name, size) not in self.pictures:
-            path = BUILD / f"share/icons/hicolor/{size}x{size}/{name}.png"
+            # Below the smallest it is made smaller.
+            drawn = max(size, EMBLEM_SIZES[0])
+            path = BUILD / f"share/icons/hicolor/{drawn}x{drawn}/{name}.png"
             image = GdkPixbuf.Pixbuf.new_from_file(str(path))
+            if drawn != size:
+                image = image.scale_simple(size, size, GdkPixbuf.InterpType.BILINEAR)
             pixels, stride = image.get_pixels(), image.get_rowstride()
             rows = []
             for y in range(size):
@@ -305,7 +309,7 @@ BADGES = ("accessDenied", "checkedOut", "cloud", "error", "finishedTransfer", "i
 class Probe:
     """What a file manager's main loop says of its pauses, in milliseconds."""
 
-    FIELDS = struct.Struct("QQQQ QQQ QQQ")
+    FIELDS = struct.Struct("QQQQ QQQ QQQ Q")
 
     def __init__(self, path):
         self.path = path
@@ -319,7 +323,7 @@ class Probe:
     def read(self):
         fields = self.FIELDS.unpack(self.memory)
         read = {"iterations": fields[0], "longest": fields[1] / 1e6, "held up": fields[2] / 1e6,
-                "of the module": fields[3] / 1e6}
+                "of the module": fields[3] / 1e6, "emblems": fields[10]}
         for name, (count, time, longest) in (("badges", fields[4:7]), ("menus", fields[7:10])):
             read[name] = count
             read[f"{name} us"] = time / 1e3 / max(count, 1)

@@ -71,7 +71,9 @@ def environment_of(manager, world, extension=True):
         "GSETTINGS_BACKEND": "keyfile", "GIO_USE_VFS": "local", "GIO_USE_VOLUME_MONITOR": "unix",
         # GTK 4 would have its shaders compiled for the processor, in ten seconds.
         "LIBGL_ALWAYS_SOFTWARE": "1", "GSK_RENDERER": "cairo", "GDK_DEBUG": "gl-disable",
-        "LD_PRELOAD": str(BUILD / "modules/libcorvid-trial.so"),
+        # A module that was built for a sanitizer needs its runtime from the start.
+        "LD_PRELOAD": " ".join([*os.environ.get("CORVID_SANITIZER_RUNTIME", "").split(),
+                                str(BUILD / "modules/libcorvid-trial.so")]),
         "CORVID_TRIAL_OWN": manager.own_folder,
         "CORVID_TRIAL_MODULES": str(manager.modules),
         "CVD_FINDER_EXT_PROGRAM":

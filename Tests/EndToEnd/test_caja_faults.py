@@ -30,7 +30,7 @@ class WhenThingsFail(FileManagerCase):
     AT_ANY_TIME, OPENING_A_MENU = 20, 120
     # Until badges are right again, in seconds.
     RECOVERY = 2
-    slack = 10
+    slack = int(os.environ.get("CORVID_SLACK", "10"))
     figures = {}  # by name: value, unit and limit
 
     def check(self, name, value, unit, limit):

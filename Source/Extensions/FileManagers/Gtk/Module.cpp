@@ -18,8 +18,10 @@ namespace {
 
 /// Redrawing gives way to the file manager's own work after this long.
 constexpr std::chrono::milliseconds kRedrawSlice{5};
-/// That of drawing in GTK is 120.
-constexpr int kLinkPriority = G_PRIORITY_HIGH_IDLE + 30;
+/// Before drawing, which is 120 in GTK: badges are there when a folder is first drawn. They cannot
+/// come so fast that nothing else is done, since the extension sends them every 4 ms at most and
+/// RedrawQueue spreads them out.
+constexpr int kLinkPriority = G_PRIORITY_DEFAULT + 10;
 
 /// In hicolor, as the controller names it for the host's entries.
 constexpr const char* kMenuIcon = "MorrowFilesAppIcon";
@@ -79,7 +81,7 @@ gboolean redrawSome(gpointer /*data*/) {
 
 void wantRedraw() {
     if (redrawSource == 0) {
-        redrawSource = g_idle_add(redrawSome, nullptr);
+        redrawSource = g_idle_add_full(kLinkPriority, redrawSome, nullptr, nullptr);
     }
 }
 

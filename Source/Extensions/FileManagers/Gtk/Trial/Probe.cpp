@@ -35,6 +35,7 @@ struct Measured {
     Figure menuCalls; ///< "which entries for this selection?"
     Figure menuTime;
     Figure longestMenu;
+    Figure emblems; ///< that the module gave
 };
 
 struct Moment {
@@ -228,6 +229,14 @@ CORVID_EXPORT guint g_unix_fd_add_full(gint priority, gint descriptor, GIOCondit
             corvid::gtk::next<Function>(#prefix "_info_provider_update_file_info");                \
         const Work work(&Measured::badgeCalls, &Measured::badgeTime, &Measured::longestBadge);     \
         return call(provider, file, done, handle);                                                 \
+    }                                                                                              \
+    CORVID_EXPORT void prefix##_file_info_add_emblem(void* file, const char* emblem) {             \
+        using Function = void (*)(void*, const char*);                                             \
+        static const auto call = corvid::gtk::next<Function>(#prefix "_file_info_add_emblem");     \
+        if (measured != nullptr) {                                                                 \
+            ++measured->emblems;                                                                   \
+        }                                                                                          \
+        call(file, emblem);                                                                        \
     }                                                                                              \
     CORVID_EXPORT void* prefix##_menu_provider_get_file_items(void* provider, void* window,        \
                                                               void* files) {                       \
