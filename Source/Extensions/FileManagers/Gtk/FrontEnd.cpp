@@ -127,8 +127,9 @@ bool FrontEnd::isOnVolume(std::string_view path) const {
 
 template <class Names>
 void FrontEnd::redraw(const std::string& folder, const Names& names, RedrawQueue::Reason reason) {
+    const std::string prefix = folder + "/";
     for (const std::string& name : names) {
-        redraws_.add(folder + "/" + name, reason);
+        redraws_.add(prefix + name, reason);
     }
     fileManager_.redrawWanted();
 }
