@@ -196,8 +196,9 @@ TEST_F(PushStressTest, frontEndsLeaveNothingBehind) {
 
 } // namespace corvid::test
 
-// Counts what this program has from the heap.
-void* operator new(std::size_t size) {
+// Counts what this program has from the heap. Weak, since a sanitizer has operators of its own:
+// then it is that which finds what is left over, and nothing is counted here.
+__attribute__((weak)) void* operator new(std::size_t size) {
     void* const memory = std::malloc(size > 0 ? size : 1);
     if (memory == nullptr) {
         throw std::bad_alloc();
@@ -206,11 +207,11 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
-void operator delete(void* memory) noexcept {
+__attribute__((weak)) void operator delete(void* memory) noexcept {
     corvid::test::liveBytes -= static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept {
+__attribute__((weak)) void operator delete(void* memory, std::size_t) noexcept {
     operator delete(memory);
 }
