@@ -218,16 +218,16 @@ void visitAtRandom(const std::string& name, int frontEnds, std::chrono::millisec
                    unsigned seed) {
     const auto end = std::chrono::steady_clock::now() + time;
     Visits visits;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < frontEnds; ++i) {
-        threads.emplace_back([&, i] {
-            std::minstd_rand random(seed + static_cast<unsigned>(i));
-            do {
-                visit(name, random, visits);
-            } while (std::chrono::steady_clock::now() < end);
-        });
+    const auto visitUntilTheEnd = [&](unsigned number) {
+        std::minstd_rand random(seed + number);
+        do {
+            visit(name, random, visits);
+        } while (std::chrono::steady_clock::now() < end);
+    };
+    for (int i = 1; i < frontEnds; ++i) {
+        std::thread(visitUntilTheEnd, i).detach();
     }
-    threads.front().join();
+    visitUntilTheEnd(0);
     say(std::to_string(visits.answered) + " " + std::to_string(visits.failed));
     _exit(0);
 }
