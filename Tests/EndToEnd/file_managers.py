@@ -74,6 +74,7 @@ def environment_of(manager, world, extension=True):
         # A module that was built for a sanitizer needs its runtime from the start.
         "LD_PRELOAD": " ".join([*os.environ.get("CORVID_SANITIZER_RUNTIME", "").split(),
                                 str(BUILD / "modules/libcorvid-trial.so")]),
+        **({"CORVID_TRIAL_ALONE": "1"} if "CORVID_SANITIZER_RUNTIME" in os.environ else {}),
         "CORVID_TRIAL_OWN": manager.own_folder,
         "CORVID_TRIAL_MODULES": str(manager.modules),
         "CVD_FINDER_EXT_PROGRAM":

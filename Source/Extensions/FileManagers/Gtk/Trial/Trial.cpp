@@ -29,6 +29,14 @@ std::string redirected(const char* path) {
     return text;
 }
 
+/// With CORVID_TRIAL_ALONE what the file manager starts has nothing loaded before its own
+/// libraries: programs of a sanitizer's build bring its runtime along and would have two.
+__attribute__((constructor)) void leaveChildrenAlone() {
+    if (std::getenv("CORVID_TRIAL_ALONE") != nullptr) {
+        unsetenv("LD_PRELOAD");
+    }
+}
+
 } // namespace
 
 CORVID_EXPORT GDir* g_dir_open(const gchar* path, guint flags, GError** error) {
