@@ -10,13 +10,15 @@
 
 namespace corvid {
 
+// Little, since a message may hold a hundred thousand: the rest is worked out when asked for.
 struct URL::Parts {
+    struct Resolved {
+        URL base;
+        std::string absolute;
+    };
+
     std::string text;
-    std::optional<URL> base;
-    std::string absolute; // empty without a base: the text is
-    std::string path;
-    bool isFile = false;
-    bool isDirectory = false;
+    std::unique_ptr<const Resolved> resolved; // null without a base: the text is absolute
 };
 
 namespace {
@@ -57,36 +59,39 @@ constexpr bool isSubDelimiter(char c) {
     return isOneOf(c, "!$&'()*+,;=");
 }
 
-// What a character may stand for. A table, because every URL of every message is checked.
-enum CharacterClass : std::uint8_t {
-    kPlain = 1,
-    kColon = 2,
-    kAt = 4,
-    kSlash = 8,
-    kQuestionMark = 16,
+// The parts of a URL that differ in the characters that stand there as they are.
+enum Part : std::uint8_t {
+    kHost = 1,
+    kUserInfo = 2,
+    kPath = 4,
+    kQuery = 8, // And the fragment.
 };
 
-constexpr auto kCharacterClasses = [] {
-    std::array<std::uint8_t, 256> classes{};
-    for (std::size_t i = 0; i < classes.size(); ++i) {
+// The parts in which a character may not stand. A table, because every URL of every message is
+// checked; of refusals, so that those of several characters add up.
+constexpr auto kRefused = [] {
+    std::array<std::uint8_t, 256> refused{};
+    for (std::size_t i = 0; i < refused.size(); ++i) {
         const auto c = static_cast<char>(i);
-        if (isUnreserved(c) || isSubDelimiter(c)) {
-            classes[i] = kPlain;
-        }
+        const bool isPlain = isUnreserved(c) || isSubDelimiter(c);
+        refused[i] = isPlain ? 0 : kHost | kUserInfo | kPath | kQuery;
     }
-    classes[':'] = kColon;
-    classes['@'] = kAt;
-    classes['/'] = kSlash;
-    classes['?'] = kQuestionMark;
-    return classes;
+    refused[':'] = kHost;
+    refused['@'] = refused['/'] = kHost | kUserInfo;
+    refused['?'] = kHost | kUserInfo | kPath;
+    return refused;
 }();
 
-// Only unreserved characters, sub-delimiters, percent escapes and those of the classes in `more`.
-bool isMadeOf(std::string_view text, unsigned more) {
-    const unsigned allowed = kPlain | more;
+// Only percent escapes and characters that may stand in `part`.
+bool isMadeOf(std::string_view text, Part part) {
+    const auto refused = [](const char* at) { return kRefused[static_cast<unsigned char>(*at)]; };
     const char* const end = text.data() + text.size();
     for (const char* at = text.data();; at += 3) {
-        while (at != end && (kCharacterClasses[static_cast<unsigned char>(*at)] & allowed) != 0) {
+        while (end - at >= 4 &&
+               ((refused(at) | refused(at + 1) | refused(at + 2) | refused(at + 3)) & part) == 0) {
+            at += 4;
+        }
+        while (at != end && (refused(at) & part) == 0) {
             ++at;
         }
         if (at == end) {
@@ -145,7 +150,7 @@ bool isScheme(std::string_view scheme) {
 
 bool isAuthority(std::string_view authority) {
     if (const std::size_t at = authority.find('@'); at != std::string_view::npos) {
-        if (!isMadeOf(authority.substr(0, at), kColon)) {
+        if (!isMadeOf(authority.substr(0, at), kUserInfo)) {
             return false;
         }
         authority.remove_prefix(at + 1);
@@ -154,11 +159,11 @@ bool isAuthority(std::string_view authority) {
     if (authority.starts_with('[')) {
         const std::size_t close = authority.find(']');
         if (close == std::string_view::npos || close == 1 || authority.find('%') < close ||
-            !isMadeOf(authority.substr(1, close - 1), kColon)) {
+            !isMadeOf(authority.substr(1, close - 1), kUserInfo)) {
             return false;
         }
         hostEnd = close + 1;
-    } else if (!isMadeOf(authority.substr(0, hostEnd), 0)) {
+    } else if (!isMadeOf(authority.substr(0, hostEnd), kHost)) {
         return false;
     }
     const std::string_view port = authority.substr(hostEnd);
@@ -168,10 +173,15 @@ bool isAuthority(std::string_view authority) {
 
 bool isReference(const Components& parts) {
     return (!parts.scheme || isScheme(*parts.scheme)) &&
-           (!parts.authority || isAuthority(*parts.authority)) &&
-           isMadeOf(parts.path, kColon | kAt | kSlash) &&
-           isMadeOf(parts.query.value_or(""), kColon | kAt | kSlash | kQuestionMark) &&
-           isMadeOf(parts.fragment.value_or(""), kColon | kAt | kSlash | kQuestionMark);
+           (!parts.authority || isAuthority(*parts.authority)) && isMadeOf(parts.path, kPath) &&
+           isMadeOf(parts.query.value_or(""), kQuery) &&
+           isMadeOf(parts.fragment.value_or(""), kQuery);
+}
+
+// A file URL without host, query and fragment, which nearly all are: what follows is all path.
+bool isPlainFileURL(std::string_view text) {
+    constexpr std::string_view kStart = "file:///";
+    return text.starts_with(kStart) && isMadeOf(text.substr(kStart.size()), kPath);
 }
 
 // RFC 3986, section 5.2.4.
@@ -312,16 +322,10 @@ std::optional<URL> URL::fileURL(std::string_view path, bool isDirectory) {
 }
 
 std::optional<URL> URL::fromText(std::string_view text) {
-    const Components components = split(text);
-    if (text.empty() || !isReference(components)) {
+    if (!isPlainFileURL(text) && (text.empty() || !isReference(split(text)))) {
         return std::nullopt;
     }
-    auto parts = std::make_shared<Parts>();
-    parts->text = text;
-    parts->path = pathOf(components.path);
-    parts->isFile = isFileScheme(components.scheme);
-    parts->isDirectory = components.path.ends_with('/');
-    return URL(std::move(parts));
+    return URL(std::make_shared<const Parts>(Parts{std::string(text), nullptr}));
 }
 
 std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
@@ -332,19 +336,13 @@ std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
     if (!isReference(reference)) {
         return std::nullopt;
     }
-    auto parts = std::make_shared<Parts>();
-    parts->text = text;
-    parts->base = base;
-    parts->absolute = resolved(reference, split(base.absoluteString()));
-    const Components components = split(parts->absolute);
-    parts->path = pathOf(components.path);
-    parts->isFile = isFileScheme(components.scheme);
-    parts->isDirectory = components.path.ends_with('/');
-    return URL(std::move(parts));
+    auto absolute = std::make_unique<const Parts::Resolved>(
+        Parts::Resolved{base, resolved(reference, split(base.absoluteString()))});
+    return URL(std::make_shared<const Parts>(Parts{std::string(text), std::move(absolute)}));
 }
 
 const std::string& URL::absoluteString() const {
-    return parts_->base ? parts_->absolute : parts_->text;
+    return parts_->resolved != nullptr ? parts_->resolved->absolute : parts_->text;
 }
 
 const std::string& URL::relativeString() const {
@@ -352,26 +350,29 @@ const std::string& URL::relativeString() const {
 }
 
 const URL* URL::base() const {
-    return parts_->base ? &*parts_->base : nullptr;
+    return parts_->resolved != nullptr ? &parts_->resolved->base : nullptr;
 }
 
-const std::string& URL::path() const {
-    return parts_->path;
+std::string URL::path() const {
+    return pathOf(split(absoluteString()).path);
 }
 
 bool URL::isFileURL() const {
-    return parts_->isFile;
+    return isFileScheme(split(absoluteString()).scheme);
 }
 
 bool URL::hasDirectoryPath() const {
-    return parts_->isDirectory;
+    return split(absoluteString()).path.ends_with('/');
 }
 
 bool operator==(const URL& a, const URL& b) {
     if (a.parts_ == b.parts_) {
         return true;
     }
-    return a.parts_->text == b.parts_->text && a.parts_->base == b.parts_->base;
+    const URL* const base = a.base();
+    const URL* const other = b.base();
+    return a.relativeString() == b.relativeString() && (base != nullptr) == (other != nullptr) &&
+           (base == nullptr || *base == *other);
 }
 
 } // namespace corvid

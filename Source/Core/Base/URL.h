@@ -40,8 +40,8 @@ public:
 
     /// The path of the absolute text, without its percent escapes and without separators at its
     /// end (but "/" itself stays). Empty when no file can have that path: when its escapes decode
-    /// to a NUL or to what is not UTF-8.
-    const std::string& path() const;
+    /// to a NUL or to what is not UTF-8. Worked out at each call.
+    std::string path() const;
 
     /// True when the scheme of the absolute text is "file", in capitals or not.
     bool isFileURL() const;
