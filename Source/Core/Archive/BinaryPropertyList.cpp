@@ -1,9 +1,11 @@
 #include "Core/Archive/BinaryPropertyList.h"
 
 #include "Core/Archive/Limits.h"
+
 #include <array>
 #include <bit>
 #include <cstring>
+#include <limits>
 
 namespace corvid {
 
@@ -14,6 +16,8 @@ using Code = ArchiveError::Code;
 constexpr std::string_view kSignature = "bplist0";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
+
+static_assert(limits::kArchiveSize <= std::numeric_limits<std::uint32_t>::max());
 
 } // namespace
 
@@ -39,9 +43,9 @@ const constinit std::array<BinaryPropertyList::Marker, 256> BinaryPropertyList::
     markers[0x23] = {Kind::real, kByte, 8, Length::here};
     markers[0x33] = {Kind::date, kByte, 8, Length::here};
     for (std::uint8_t low = 0; low < 16; ++low) {
-        const Length length = low < 15 ? Length::here : Length::behind;
+        const Length length = low < kLengthBehind ? Length::here : Length::behind;
         markers[0x40U + low] = {Kind::data, kByte, low, length};
-        markers[0x50U + low] = {Kind::ascii, kByte, low, length};
+        markers[std::size_t{kShortASCII} + low] = {Kind::ascii, kByte, low, length};
         markers[0x60U + low] = {Kind::utf16, kUTF16, low, length};
         markers[0xA0U + low] = {Kind::array, kReference, low, length};
         markers[0xD0U + low] = {Kind::dictionary, kPair, low, length};
@@ -85,7 +89,7 @@ BinaryPropertyList::BinaryPropertyList(ByteView bytes) : bytes_(bytes) {
     if (count > limits::kPropertyListValues) {
         refuseAtByte(Code::tooManyObjects, trailer + 8);
     }
-    if (count - 1 > Width(refWidth).mask) {
+    if (count - 1 > Width(refWidth).max()) {
         refuseAtByte(Code::badTrailer, trailer + 7);
     }
     if (top >= count) {
@@ -111,25 +115,24 @@ BinaryPropertyList::BinaryPropertyList(ByteView bytes) : bytes_(bytes) {
     unitSizes_[kUTF16] = 2;
     unitSizes_[kReference] = static_cast<std::uint8_t>(refWidth);
     unitSizes_[kPair] = static_cast<std::uint8_t>(2 * refWidth);
-    for (std::size_t i = 0; i < valueCount_; ++i) {
-        const std::size_t at = tableStart_ + i * offsetWidth;
-        const std::uint64_t offset = bigEndian(at, offsets_);
-        if (offset < kHeaderSize || offset >= tableStart_) {
+    for (std::size_t at = tableStart_; at != trailer; at += offsetWidth) {
+        // One comparison: what is below the header's end wraps around.
+        if (bigEndian(at, offsets_) - kHeaderSize >= table - kHeaderSize) {
             refuseAtByte(Code::badOffset, at);
         }
     }
 }
 
-BinaryPropertyList::Item BinaryPropertyList::itemWithLengthBehind(std::size_t start,
+BinaryPropertyList::Item BinaryPropertyList::itemWithLengthBehind(std::uint32_t start,
                                                                   Marker marker) const {
     if (marker.length == Marker::Length::unknown) {
         refuseAtByte(Code::unknownType, start);
     }
-    const std::size_t at = start + 1;
+    const std::uint32_t at = start + 1;
     if (at >= tableStart_ || (bytes_[at] & 0xF0U) != 0x10 || (bytes_[at] & 0x0FU) > 3) {
         refuseAtByte(Code::badLength, start);
     }
-    const std::size_t width = std::size_t{1} << (bytes_[at] & 0x0FU);
+    const std::uint32_t width = 1U << (bytes_[at] & 0x0FU);
     if (width > tableStart_ - at - 1) {
         refuseAtByte(Code::badLength, start);
     }
@@ -137,7 +140,7 @@ BinaryPropertyList::Item BinaryPropertyList::itemWithLengthBehind(std::size_t st
     if (count > limits::kArchiveSize) {
         refuseAtByte(Code::badLength, start);
     }
-    const Item item{marker.kind, start, at + 1 + width, static_cast<std::size_t>(count)};
+    const Item item{marker.kind, start, at + 1 + width, static_cast<std::uint32_t>(count)};
     checkExtent(item, marker);
     if (item.isString() && item.count > limits::kStringLength) {
         refuseAtByte(Code::stringTooLong, start);
@@ -183,7 +186,7 @@ std::string BinaryPropertyList::text(const Item& string) const {
         return static_cast<char32_t>(bigEndian(string.content + 2 * index, Width(2)));
     };
     std::string text;
-    text.reserve(3 * string.count);
+    text.reserve(std::size_t{3} * string.count);
     for (std::size_t i = 0; i < string.count; ++i) {
         char32_t scalar = unit(i);
         if (scalar >= 0xD800 && scalar < 0xE000) {

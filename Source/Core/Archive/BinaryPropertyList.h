@@ -7,7 +7,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -51,12 +50,13 @@ public:
         dictionary,
     };
 
-    /// One value, its extent already checked against the object area.
+    /// One value, its extent already checked against the object area. Of 32 bits, which the bound
+    /// on the size of a list allows, so that it travels in registers.
     struct Item {
         Kind kind = Kind::absent;
-        std::size_t start = 0;   ///< offset of the marker
-        std::size_t content = 0; ///< offset of what follows marker and length
-        std::size_t count =
+        std::uint32_t start = 0;   ///< offset of the marker
+        std::uint32_t content = 0; ///< offset of what follows marker and length
+        std::uint32_t count =
             0; ///< bytes; code units of UTF-16; elements; pairs; 0 or 1 of a Boolean
 
         bool isPresent() const { return kind != Kind::absent; }
@@ -75,8 +75,7 @@ public:
 
     // Here, since everything is read through it, several times a value.
     Item item(Ref ref) const {
-        const auto start =
-            static_cast<std::size_t>(bigEndian(tableStart_ + ref * offsets_.bytes, offsets_));
+        const std::uint32_t start = offset(ref);
         const Marker marker = kMarkers[bytes_[start]];
         if (marker.length != Marker::Length::here) {
             return itemWithLengthBehind(start, marker);
@@ -101,11 +100,26 @@ public:
     std::uint64_t uid(const Item& uid) const { return bigEndian(uid.content, Width(uid.count)); }
     ByteView data(const Item& data) const;
 
+    /// As uncheckedASCII(), for a string short enough for its marker to hold the length, as most
+    /// keys are; empty for any other value, which item() looks at.
+    std::string_view shortASCII(Ref ref) const {
+        const std::uint32_t start = offset(ref);
+        const auto length = static_cast<std::uint8_t>(bytes_[start] - kShortASCII);
+        if (length >= kLengthBehind || length >= tableStart_ - start) {
+            return {};
+        }
+        return uncheckedASCII({Kind::ascii, start, start + 1, length});
+    }
+
+    /// The bytes of an `ascii` string, of which some may be no ASCII: for who compares them with
+    /// what is. Borrowed from the list's bytes.
+    std::string_view uncheckedASCII(const Item& string) const {
+        // Bytes may be looked at as characters.
+        return {reinterpret_cast<const char*>(bytes_.data() + string.content), string.count};
+    }
     /// The characters of an `ascii` string. Borrowed from the list's bytes.
     std::string_view ascii(const Item& string) const {
-        // Bytes may be looked at as characters.
-        const std::string_view text(reinterpret_cast<const char*>(bytes_.data() + string.content),
-                                    string.count);
+        const std::string_view text = uncheckedASCII(string);
         if (!isASCII(text)) {
             refuseAtByte(ArchiveError::Code::badText, string.start);
         }
@@ -115,11 +129,15 @@ public:
     std::string text(const Item& string) const;
     /// True when the string is `text`, which is ASCII.
     bool equals(const Item& string, std::string_view text) const {
-        return string.kind == Kind::ascii && string.count == text.size() &&
-               std::memcmp(bytes_.data() + string.content, text.data(), text.size()) == 0;
+        return string.kind == Kind::ascii && uncheckedASCII(string) == text;
     }
 
 private:
+    // Markers of ASCII strings, in the order of their lengths, and the first length behind its
+    // marker.
+    static constexpr std::uint8_t kShortASCII = 0x50;
+    static constexpr std::uint8_t kLengthBehind = 15;
+
     /// What the count of a value counts.
     enum Unit : std::uint8_t { kNothing, kByte, kUTF16, kReference, kPair, kUnits };
 
@@ -137,19 +155,23 @@ private:
     /// That of an integer, of 1 to 8 bytes.
     struct Width {
         explicit Width(std::size_t width)
-            : bytes(width), mask(~std::uint64_t{0} >> (64 - 8 * width)) {}
+            : bytes(width), unusedBits(static_cast<unsigned>(64 - 8 * width)) {}
+        std::uint64_t max() const { return ~std::uint64_t{0} >> unusedBits; }
         std::size_t bytes;
-        std::uint64_t mask;
+        unsigned unusedBits;
     };
 
-    Item itemWithLengthBehind(std::size_t start, Marker marker) const;
+    Item itemWithLengthBehind(std::uint32_t start, Marker marker) const;
     void checkExtent(const Item& item, Marker marker) const {
         // The count is far from the size at which the product could overflow.
-        if (item.count * unitSizes_[marker.unit] > tableStart_ - item.content) {
+        if (std::size_t{item.count} * unitSizes_[marker.unit] > tableStart_ - item.content) {
             refuseAtByte(ArchiveError::Code::badLength, item.start);
         }
     }
 
+    std::uint32_t offset(Ref ref) const {
+        return static_cast<std::uint32_t>(bigEndian(tableStart_ + ref * offsets_.bytes, offsets_));
+    }
     Ref refAt(std::size_t content, std::size_t index) const {
         const std::size_t offset = content + index * refs_.bytes;
         const std::uint64_t ref = bigEndian(offset, refs_);
@@ -158,10 +180,10 @@ private:
         }
         return static_cast<Ref>(ref);
     }
-    /// The integer at `offset`. Every integer lies behind the eight bytes of the signature, so the
-    /// eight bytes that end with it can be read in one piece.
+    /// The integer at `offset`. Every integer but the trailer's last ones, of eight bytes, lies
+    /// before the trailer, so the eight bytes that begin with it can be read in one piece.
     std::uint64_t bigEndian(std::size_t offset, Width width) const {
-        return bigEndian64(bytes_.data() + offset + width.bytes - 8) & width.mask;
+        return bigEndian64(bytes_.data() + offset) >> width.unusedBits;
     }
 
     ByteView bytes_;

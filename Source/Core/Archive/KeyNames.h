@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Core/Archive/NameTable.h"
+
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -62,5 +65,50 @@ inline constexpr std::int64_t kNoMnemonic = 2147483647;
 
 inline constexpr Name kMenuItems = "NSMenuItems";
 inline constexpr Name kNoAutoenable = "NSNoAutoenable";
+
+/// The keys that the reader acts upon, or meets so often that it should know them.
+inline constexpr NameTable
+    kKnown(std::to_array<Name>({kVersion,       kArchiver,       kObjects,
+                                kTop,           kRoot,           kClass,
+                                kClassName,     kClasses,        kClassHints,
+                                kElements,      kDictionaryKeys, kString,
+                                kStringBytes,   kData,           kTime,
+                                kBase,          kRelative,       kTitle,
+                                kKeyEquivalent, kModifierMask,   kMnemonicLocation,
+                                kTag,           kState,          kIndentation,
+                                kIsDisabled,    kIsHidden,       kIsAlternate,
+                                kIsSeparator,   kToolTip,        kAction,
+                                kTarget,        kSubmenu,        kMenu,
+                                kImage,         kOnImage,        kMixedImage,
+                                kLocalizesKey,  kMirrorsKey,     kHiddenInRepresentation,
+                                kMenuItems,     kNoAutoenable}));
+
+/// A key of an archive, as its place in that list: it is compared and switched on as a number.
+/// All keys that are not in the list are one, the unknown key.
+class Key {
+public:
+    constexpr Key() = default;
+    /// For a name in the program; does not compile when the list lacks it. Implicit, so that a
+    /// reader names what it looks for as the writer does.
+    consteval Key(Name name) : Key(found(name)) {
+        if (!isKnown()) {
+            throw name;
+        }
+    }
+    /// For a key that was read.
+    static constexpr Key found(Name name) {
+        Key key;
+        key.number_ = static_cast<std::uint8_t>(kKnown.find(name));
+        return key;
+    }
+
+    constexpr bool isKnown() const { return number_ != kKnown.kNone; }
+    /// Of a known key.
+    constexpr Name text() const { return kKnown[number_]; }
+    constexpr operator std::uint8_t() const { return number_; }
+
+private:
+    std::uint8_t number_ = kKnown.kNone;
+};
 
 } // namespace corvid::keys

@@ -1,6 +1,5 @@
 #include "Core/Archive/KeyedUnarchiver.h"
 
-#include "Core/Archive/KeyNames.h"
 #include "Core/Archive/Limits.h"
 #include "Core/Base/UTF8.h"
 
@@ -22,6 +21,7 @@ constexpr std::size_t kURLSize = kSharedOverhead + 3 * sizeof(std::string) + 2 *
 // Duplicates among more keys than this are found by sorting.
 constexpr std::size_t kFewKeys = 24;
 constexpr std::size_t kFirstFields = 32;
+constexpr std::size_t kFewClasses = 4;
 
 // No value of a property list has this number: there are far fewer.
 constexpr BinaryPropertyList::Ref kNoRef = 0xFFFFFFFF;
@@ -109,9 +109,11 @@ Value KeyedUnarchiver::root() {
     if (rootUID == 0) {
         refuseAtObject(Code::nilRoot, 0);
     }
-    charge(objects_.count * (sizeof(Value) + sizeof(std::uint32_t)));
-    values_.resize(objects_.count);
-    marks_.resize(objects_.count, kUntouched);
+    static_assert(limits::kPropertyListValues <= Mark::kLastIndex);
+    charge(objects_.count * (sizeof(Value) + sizeof(Mark)));
+    values_.reserve(objects_.count); // References to values must hold.
+    marks_.resize(objects_.count);
+    classes_.reserve(kFewClasses);
     Value result = object(rootUID);
     settleTargets();
     return result;
@@ -132,21 +134,21 @@ void KeyedUnarchiver::chargeText(std::size_t length) {
 
 // --- Keys -------------------------------------------------------------------------------------
 
-std::string_view KeyedUnarchiver::keyText(const Item& item) {
-    if (!item.isString()) {
-        refuseAtByte(Code::keyNotString, item.start);
+std::string_view KeyedUnarchiver::keyText(const Item& key) {
+    if (!key.isString()) {
+        refuseAtByte(Code::keyNotString, key.start);
     }
-    if (item.count > limits::kKeyLength) {
-        refuseAtByte(Code::stringTooLong, item.start);
+    if (key.count > limits::kKeyLength) {
+        refuseAtByte(Code::stringTooLong, key.start);
     }
-    if (item.kind == Kind::ascii) {
-        return list_.ascii(item);
+    if (key.kind == Kind::ascii) {
+        return list_.ascii(key);
     }
-    charge(sizeof(void*) + sizeof(std::string) + 3 * item.count + 1);
-    return wideKeys_.emplace_front(list_.text(item));
+    charge(sizeof(void*) + sizeof(std::string) + 3 * key.count + 1);
+    return wideKeys_.emplace_front(list_.text(key));
 }
 
-KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid)
+KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::uint64_t uid)
     : owner_(owner), first_(owner.rawFields_.size()), count_(dictionary.count), uid_(uid) {
     if (count_ > limits::kKeysPerObject) {
         refuseAtByte(Code::tooManyKeys, dictionary.start);
@@ -157,13 +159,24 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, const Item& dictionary, 
         owner.charge(wanted * sizeof(RawField));
         owner.rawFields_.reserve(wanted);
     }
-    owner.rawFields_.resize(first_ + count_);
+    std::uint64_t repeated = 0;
     for (std::size_t i = 0; i < count_; ++i) {
-        RawField& field = owner.rawFields_[first_ + i];
-        field.key = owner.keyText(list.item(list.key(dictionary, i)));
-        field.value = list.value(dictionary, i);
+        const Ref key = list.key(dictionary, i);
+        std::string_view text = list.shortASCII(key);
+        Key known = Key::found(text);
+        if (!known.isKnown()) {
+            text = owner.keyText(list.item(key));
+            known = Key::found(text);
+        }
+        const Ref value = list.value(dictionary, i);
+        owner.rawFields_.push_back({text, value, known});
+        values_[known] = value;
+        repeated |= seen_ & bit(known);
+        seen_ |= bit(known);
     }
-    checkDistinct();
+    if (repeated != 0) {
+        checkDistinct();
+    }
 }
 
 void KeyedUnarchiver::Fields::checkDistinct() const {
@@ -189,19 +202,10 @@ void KeyedUnarchiver::Fields::checkDistinct() const {
     }
 }
 
-BinaryPropertyList::Item KeyedUnarchiver::Fields::find(std::string_view key) const {
-    for (const RawField& field : all()) {
-        if (field.key == key) {
-            return owner_.list_.item(field.value);
-        }
-    }
-    return {};
-}
-
-BinaryPropertyList::Item KeyedUnarchiver::Fields::require(std::string_view key) const {
+BinaryPropertyList::Item KeyedUnarchiver::Fields::require(Key key) const {
     const Item item = find(key);
     if (!item.isPresent()) {
-        refuseAtObject(Code::missingKey, uid_, key);
+        refuseAtObject(Code::missingKey, uid_, key.text());
     }
     return item;
 }
@@ -218,16 +222,16 @@ const KeyedUnarchiver::Class& KeyedUnarchiver::classOf(const Fields& fields) {
         refuseAtObject(Code::uidOutOfRange, fields.uid(), keys::kClass);
     }
     const auto index = static_cast<std::size_t>(uid);
-    if (marks_[index] < kClass) {
-        if (marks_[index] != kUntouched) {
+    if (marks_[index].state() != Mark::isClass) {
+        if (marks_[index].state() != Mark::untouched) {
             refuseAtObject(Code::badClass, uid);
         }
         Class type = readClass(uid);
         charge(2 * sizeof(Class));
-        marks_[index] = kClass + static_cast<std::uint32_t>(classes_.size());
+        marks_[index] = {Mark::isClass, classes_.size()};
         classes_.push_back(std::move(type));
     }
-    return classes_[marks_[index] - kClass];
+    return classes_[marks_[index].index()];
 }
 
 KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
@@ -236,7 +240,7 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
         Model model;
         bool isMutable;
     };
-    static constexpr Known kKnown[] = {
+    static constexpr auto kKnown = std::to_array<Known>({
         {"NSDictionary", Model::dictionary, false},
         {"NSURL", Model::url, false},
         {"NSArray", Model::array, false},
@@ -252,7 +256,12 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
         {"NSSet", Model::set, false},
         {"NSMutableSet", Model::set, true},
         {"NSNull", Model::null, false},
-    };
+    });
+    static constexpr NameTable kKnownNames([] {
+        std::array<std::string_view, kKnown.size()> names;
+        std::ranges::transform(kKnown, names.begin(), &Known::name);
+        return names;
+    }());
 
     const Item item = list_.item(list_.element(objects_, static_cast<std::size_t>(uid)));
     if (item.kind != Kind::dictionary) {
@@ -282,11 +291,12 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
     Class type;
     for (std::size_t i = 0; i < chain.count; ++i) {
         const Item name = list_.item(list_.element(chain, i));
-        const auto known = std::ranges::find_if(
-            kKnown, [&](const Known& each) { return list_.equals(name, each.name); });
-        if (known != std::end(kKnown)) {
-            type.model = known->model;
-            type.isMutable = known->isMutable;
+        const std::size_t place = name.kind == Kind::ascii
+                                      ? kKnownNames.find(list_.uncheckedASCII(name))
+                                      : kKnownNames.kNone;
+        if (place != kKnownNames.kNone) {
+            type.model = kKnown[place].model;
+            type.isMutable = kKnown[place].isMutable;
             type.isExact = i == 0;
             break;
         }
@@ -312,25 +322,27 @@ const Value& KeyedUnarchiver::object(std::uint64_t uid) {
     if (uid >= objects_.count) {
         refuseAtObject(Code::uidOutOfRange, uid);
     }
-    const auto index = static_cast<std::size_t>(uid);
-    if (marks_[index] == kDone) {
-        return values_[index];
-    }
-    if (marks_[index] == kOpen) {
+    Mark& mark = marks_[static_cast<std::size_t>(uid)];
+    switch (mark.state()) {
+    case Mark::done:
+        return values_[mark.index()];
+    case Mark::open:
         refuseAtObject(Code::cycle, uid);
-    }
-    if (marks_[index] != kUntouched) {
+    case Mark::isClass:
         refuseAtObject(Code::notAnObject, uid);
+    case Mark::untouched:
+        break;
     }
     if (depth_ == limits::kDepth) {
         refuseAtObject(Code::tooDeep, uid);
     }
     ++depth_;
-    marks_[index] = kOpen;
-    values_[index] = read(uid, list_.item(list_.element(objects_, index)));
-    marks_[index] = kDone;
+    mark = {Mark::open, values_.size()};
+    Value& value = values_.emplace_back();
+    value = read(uid, list_.item(list_.element(objects_, static_cast<std::size_t>(uid))));
+    mark = {Mark::done, mark.index()};
     --depth_;
-    return values_[index];
+    return value;
 }
 
 const Value* KeyedUnarchiver::referenced(std::uint64_t uid) {
@@ -377,7 +389,7 @@ Value KeyedUnarchiver::inPlace(const Item& item) {
     case Kind::utf16:
         charge(kSharedOverhead + sizeof(String));
         chargeText(item.kind == Kind::ascii ? item.count : 3 * item.count);
-        return Value::string(list_.text(item));
+        return Value::of(String{list_.text(item)});
     default:
         refuseAtByte(Code::wrongType, item.start);
     }
@@ -416,9 +428,9 @@ Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
     }
     case Model::data: {
         const Item data = fields.find(keys::kData);
-        const std::string_view key = data.isPresent() ? keys::kData : keys::kStringBytes;
+        const Key key = data.isPresent() ? Key(keys::kData) : Key(keys::kStringBytes);
         charge(kSharedOverhead + sizeof(Data));
-        return Value::of(Data{bytes(fields, fields.require(key), key), type.isMutable});
+        return Value::of(Data{bytes(fields, fields.require(key), key.text()), type.isMutable});
     }
     case Model::date: {
         const Item time = fields.require(keys::kTime);
@@ -446,12 +458,12 @@ Value KeyedUnarchiver::readModel(const Class& type, const Fields& fields) {
     }
 }
 
-KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, std::string_view key,
+KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, Key key,
                                                         std::string_view numberedKey) {
-    References result{fields.uid(), key, fields.find(key), {}};
+    References result{fields.uid(), key.text(), fields.find(key), {}};
     if (result.list.isPresent()) {
         if (result.list.kind != Kind::array) {
-            refuseAtObject(Code::wrongType, fields.uid(), key);
+            refuseAtObject(Code::wrongType, fields.uid(), result.key);
         }
         result.count = result.list.count;
         return result;
@@ -552,11 +564,11 @@ URL KeyedUnarchiver::url(const Fields& fields) {
         }
     }
     const Item item = fields.require(keys::kRelative);
-    const auto plain = plainString(item);
+    const Item plain = plainString(item);
     std::string copy;
     std::string_view relative;
-    if (plain && plain->kind == Kind::ascii && !list_.equals(*plain, keys::kNil)) {
-        relative = list_.ascii(*plain);
+    if (plain.kind == Kind::ascii && !list_.equals(plain, keys::kNil)) {
+        relative = list_.ascii(plain);
     } else {
         auto read = text(fields, keys::kRelative, item);
         if (!read) {
@@ -596,10 +608,10 @@ Value KeyedUnarchiver::readOpaque(const Class& type, const Fields& fields) {
     charge(kSharedOverhead + sizeof(OpaqueObject));
     auto result = std::make_shared<OpaqueObject>();
     result->archivedClass = type.described;
-    values_[static_cast<std::size_t>(fields.uid())] = Value::opaque(result);
+    openValue(fields.uid()) = Value::opaque(result);
     std::vector<Field> kept;
     for (std::size_t i = 0; i < fields.count(); ++i) {
-        if (fields.at(i).key != keys::kClass) {
+        if (fields.at(i).known != Key(keys::kClass)) {
             keep(kept, fields, fields.at(i));
         }
     }
@@ -642,8 +654,8 @@ Slot KeyedUnarchiver::slot(Ref ref, std::uint64_t owner) {
     switch (item.kind) {
     case Kind::uid: {
         const std::uint64_t uid = list_.uid(item);
-        if (uid < objects_.count && marks_[static_cast<std::size_t>(uid)] == kOpen) {
-            if (auto open = sharedObject(values_[static_cast<std::size_t>(uid)])) {
+        if (uid < objects_.count && marks_[static_cast<std::size_t>(uid)].state() == Mark::open) {
+            if (auto open = sharedObject(openValue(uid))) {
                 return {Slot::BackReference{open}};
             }
         }
@@ -689,31 +701,23 @@ Value KeyedUnarchiver::readMenu(const Class& type, const Fields& fields) {
     charge(kSharedOverhead + sizeof(Menu));
     auto menu = std::make_shared<Menu>();
     menu->archivedClass = type.described;
-    values_[static_cast<std::size_t>(fields.uid())] = Value::menu(menu);
+    openValue(fields.uid()) = Value::menu(menu);
     std::vector<Field> otherFields;
     for (std::size_t i = 0; i < fields.count(); ++i) {
         const RawField field = fields.at(i);
-        if (field.key == keys::kTitle) {
+        switch (field.known) {
+        case Key(keys::kTitle):
             menu->title = text(fields, field, otherFields).value_or("");
-        } else if (field.key == keys::kNoAutoenable) {
+            break;
+        case Key(keys::kNoAutoenable):
             menu->autoenablesItems = !boolean(fields, field);
-        } else if (field.key == keys::kMenuItems) {
-            const Item item = list_.item(field.value);
-            const Value* value = item.kind == Kind::uid ? referenced(list_.uid(item)) : nullptr;
-            const Array* items = value != nullptr ? value->asArray() : nullptr;
-            if (items == nullptr) {
-                refuseAtObject(Code::wrongType, fields.uid(), field.key);
-            }
-            charge(items->elements.size() * sizeof(std::shared_ptr<MenuItem>));
-            menu->items.reserve(items->elements.size());
-            for (const Value& element : items->elements) {
-                auto menuItem = element.asMenuItem();
-                if (menuItem == nullptr) {
-                    refuseAtObject(Code::wrongType, fields.uid(), field.key);
-                }
-                menu->add(std::move(menuItem));
-            }
-        } else if (field.key != keys::kClass) {
+            break;
+        case Key(keys::kMenuItems):
+            readItems(*menu, fields, field);
+            break;
+        case Key(keys::kClass):
+            break;
+        default:
             keep(otherFields, fields, field);
         }
     }
@@ -721,11 +725,29 @@ Value KeyedUnarchiver::readMenu(const Class& type, const Fields& fields) {
     return Value::menu(std::move(menu));
 }
 
+void KeyedUnarchiver::readItems(Menu& menu, const Fields& fields, const RawField& field) {
+    const Item item = list_.item(field.value);
+    const Value* value = item.kind == Kind::uid ? referenced(list_.uid(item)) : nullptr;
+    const Array* items = value != nullptr ? value->asArray() : nullptr;
+    if (items == nullptr) {
+        refuseAtObject(Code::wrongType, fields.uid(), field.key);
+    }
+    charge(items->elements.size() * sizeof(std::shared_ptr<MenuItem>));
+    menu.items.reserve(items->elements.size());
+    for (const Value& element : items->elements) {
+        auto menuItem = element.asMenuItem();
+        if (menuItem == nullptr) {
+            refuseAtObject(Code::wrongType, fields.uid(), field.key);
+        }
+        menu.add(std::move(menuItem));
+    }
+}
+
 Value KeyedUnarchiver::readMenuItem(const Class& type, const Fields& fields) {
     charge(kSharedOverhead + sizeof(MenuItem));
     auto item = std::make_shared<MenuItem>();
     item->archivedClass = type.described;
-    values_[static_cast<std::size_t>(fields.uid())] = Value::menuItem(item);
+    openValue(fields.uid()) = Value::menuItem(item);
     std::vector<Field> otherFields;
     for (std::size_t i = 0; i < fields.count(); ++i) {
         readMenuItemField(*item, otherFields, fields, fields.at(i));
@@ -736,76 +758,88 @@ Value KeyedUnarchiver::readMenuItem(const Class& type, const Fields& fields) {
 
 void KeyedUnarchiver::readMenuItemField(MenuItem& item, std::vector<Field>& otherFields,
                                         const Fields& fields, const RawField& field) {
-    const std::string_view key = field.key;
-    if (key == keys::kTitle) {
+    switch (field.known) {
+    case Key(keys::kTitle):
         item.title = text(fields, field, otherFields).value_or("");
-    } else if (key == keys::kKeyEquivalent) {
+        break;
+    case Key(keys::kKeyEquivalent):
         item.keyEquivalent = text(fields, field, otherFields).value_or("");
-    } else if (key == keys::kModifierMask) {
+        break;
+    case Key(keys::kModifierMask):
         item.keyEquivalentModifierMask = static_cast<std::uint64_t>(integer(fields, field));
-    } else if (key == keys::kTag) {
+        break;
+    case Key(keys::kTag):
         item.tag = integer(fields, field);
-    } else if (key == keys::kState) {
+        break;
+    case Key(keys::kState): {
         const std::int64_t state = integer(fields, field);
         item.state = state < 0   ? MenuItemState::mixed
                      : state > 0 ? MenuItemState::on
                                  : MenuItemState::off;
-    } else if (key == keys::kIndentation) {
+        break;
+    }
+    case Key(keys::kIndentation):
         item.indentationLevel = integer(fields, field);
-    } else if (key == keys::kIsDisabled) {
+        break;
+    case Key(keys::kIsDisabled):
         item.isEnabled = !boolean(fields, field);
-    } else if (key == keys::kIsHidden) {
+        break;
+    case Key(keys::kIsHidden):
         item.isHidden = boolean(fields, field);
-    } else if (key == keys::kIsAlternate) {
+        break;
+    case Key(keys::kIsAlternate):
         item.isAlternate = boolean(fields, field);
-    } else if (key == keys::kIsSeparator) {
+        break;
+    case Key(keys::kIsSeparator):
         item.isSeparator = boolean(fields, field);
-    } else if (key == keys::kToolTip) {
+        break;
+    case Key(keys::kToolTip):
         item.toolTip = text(fields, field, otherFields);
-    } else if (key == keys::kAction) {
+        break;
+    case Key(keys::kAction):
         if (auto name = text(fields, field, otherFields)) {
             item.action = Selector{*std::move(name)};
         }
-    } else if (key == keys::kSubmenu) {
-        const Item reference = list_.item(field.value);
-        if (reference.kind != Kind::uid) {
-            refuseAtObject(Code::wrongType, fields.uid(), key);
-        }
-        if (const Value* value = referenced(list_.uid(reference))) {
+        break;
+    case Key(keys::kSubmenu):
+        if (const Value* value = referenced(uid(fields, field))) {
             item.submenu = value->asMenu();
             if (item.submenu == nullptr) {
-                refuseAtObject(Code::wrongType, fields.uid(), key);
+                refuseAtObject(Code::wrongType, fields.uid(), field.key);
             }
         }
-    } else if (key == keys::kTarget) {
-        const Item reference = list_.item(field.value);
-        if (reference.kind != Kind::uid) {
-            refuseAtObject(Code::wrongType, fields.uid(), key);
+        break;
+    case Key(keys::kTarget): {
+        const std::uint64_t target = uid(fields, field);
+        if (target >= objects_.count) {
+            refuseAtObject(Code::uidOutOfRange, fields.uid(), field.key);
         }
-        const std::uint64_t uid = list_.uid(reference);
-        if (uid >= objects_.count) {
-            refuseAtObject(Code::uidOutOfRange, fields.uid(), key);
-        }
-        if (uid != 0) {
+        if (target != 0) {
             charge(2 * sizeof(Target));
-            targets_.push_back({&item, uid});
+            targets_.push_back({&item, target});
         }
-    } else if (key == keys::kMnemonicLocation) {
+        break;
+    }
+    case Key(keys::kMnemonicLocation): {
         const Item number = list_.item(field.value);
         if (number.kind != Kind::integer || list_.integer(number) != keys::kNoMnemonic) {
             keep(otherFields, fields, field);
         }
-    } else if (key != keys::kClass && key != keys::kMenu) {
-        // The menu that an item stands in says so itself.
+        break;
+    }
+    case Key(keys::kClass):
+    case Key(keys::kMenu): // The menu that an item stands in says so itself.
+        break;
+    default:
         keep(otherFields, fields, field);
     }
 }
 
 void KeyedUnarchiver::settleTargets() {
     for (const Target& target : targets_) {
-        const auto index = static_cast<std::size_t>(target.uid);
-        if (marks_[index] == kDone) {
-            target.item->target = sharedObject(values_[index]);
+        const Mark mark = marks_[static_cast<std::size_t>(target.uid)];
+        if (mark.state() == Mark::done) {
+            target.item->target = sharedObject(values_[mark.index()]);
         }
     }
 }
@@ -826,26 +860,34 @@ std::int64_t KeyedUnarchiver::integer(const Fields& fields, const RawField& fiel
     return list_.integer(item);
 }
 
-std::optional<BinaryPropertyList::Item> KeyedUnarchiver::plainString(const Item& item) const {
+std::uint64_t KeyedUnarchiver::uid(const Fields& fields, const RawField& field) const {
+    const Item reference = list_.item(field.value);
+    if (reference.kind != Kind::uid) {
+        refuseAtObject(Code::wrongType, fields.uid(), field.key);
+    }
+    return list_.uid(reference);
+}
+
+BinaryPropertyList::Item KeyedUnarchiver::plainString(const Item& item) const {
     Item string = item;
     if (item.kind == Kind::uid) {
         const std::uint64_t uid = list_.uid(item);
         if (uid == 0 || uid >= objects_.count) {
-            return std::nullopt;
+            return {};
         }
         string = list_.item(list_.element(objects_, static_cast<std::size_t>(uid)));
     }
-    return string.isString() ? std::optional(string) : std::nullopt;
+    return string.isString() ? string : Item{};
 }
 
 std::optional<std::string> KeyedUnarchiver::text(const Fields& fields, std::string_view key,
                                                  const Item& item) {
-    if (const auto plain = plainString(item)) {
-        if (item.kind == Kind::uid && list_.equals(*plain, keys::kNil)) {
+    if (const Item plain = plainString(item); plain.isPresent()) {
+        if (item.kind == Kind::uid && list_.equals(plain, keys::kNil)) {
             return std::nullopt;
         }
-        chargeText(plain->kind == Kind::ascii ? plain->count : 3 * plain->count);
-        return list_.text(*plain);
+        chargeText(plain.kind == Kind::ascii ? plain.count : 3 * plain.count);
+        return list_.text(plain);
     }
     if (item.kind != Kind::uid) {
         refuseAtObject(Code::wrongType, fields.uid(), key);
@@ -866,7 +908,7 @@ std::optional<std::string> KeyedUnarchiver::text(const Fields& fields, const Raw
                                                  std::vector<Field>& otherFields) {
     const Item item = list_.item(field.value);
     auto result = text(fields, field.key, item);
-    if (result && !plainString(item)) {
+    if (result && !plainString(item).isPresent()) {
         keep(otherFields, fields, field);
     }
     return result;

@@ -2,9 +2,11 @@
 
 #include "Core/Archive/BinaryPropertyList.h"
 #include "Core/Archive/FirstMemory.h"
+#include "Core/Archive/KeyNames.h"
 #include "Core/Archive/Menu.h"
 #include "Core/Archive/Value.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <forward_list>
@@ -33,6 +35,7 @@ private:
     using Kind = BinaryPropertyList::Kind;
     using Ref = BinaryPropertyList::Ref;
     using Code = ArchiveError::Code;
+    using Key = keys::Key;
 
     /// The classes that become values of their own; any other becomes an opaque object.
     enum class Model : std::uint8_t {
@@ -61,12 +64,13 @@ private:
     struct RawField {
         std::string_view key;
         Ref value = 0;
+        Key known;
     };
 
     /// The keys of one object, on the shared stack `rawFields_` for as long as this lives.
     class Fields {
     public:
-        Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid);
+        Fields(KeyedUnarchiver& owner, Item dictionary, std::uint64_t uid);
         ~Fields() { owner_.rawFields_.resize(first_); }
         Fields(const Fields&) = delete;
         Fields& operator=(const Fields&) = delete;
@@ -78,16 +82,24 @@ private:
         std::span<const RawField> all() const {
             return {owner_.rawFields_.data() + first_, count_};
         }
-        Item find(std::string_view key) const;
-        Item require(std::string_view key) const;
+        /// Absent when the object has no such key.
+        Item find(Key key) const {
+            return (seen_ & bit(key)) != 0 ? owner_.list_.item(values_[key]) : Item{};
+        }
+        Item require(Key key) const;
 
     private:
+        static constexpr std::size_t kKnownKeys = keys::kKnown.kNone + 1; // And all others as one.
+        static_assert(kKnownKeys <= 64);
+        static std::uint64_t bit(Key key) { return std::uint64_t{1} << key; }
         void checkDistinct() const;
 
         KeyedUnarchiver& owner_;
         std::size_t first_;
         std::size_t count_;
         std::uint64_t uid_;
+        std::uint64_t seen_ = 0;             ///< which of `values_` are set
+        std::array<Ref, kKnownKeys> values_; ///< by key; not initialised
     };
 
     /// An item's target, a conditional reference: it counts only when something else brings the
@@ -97,14 +109,32 @@ private:
         std::uint64_t uid;
     };
 
-    // States of an object in `marks_`; from kClass on, a class: the index in `classes_` is added.
-    enum Mark : std::uint32_t { kUntouched, kOpen, kDone, kClass };
+    /// What has become of an object of the archive, with its index in `values_`, or that of a class
+    /// in `classes_`. One word, since there is one for each object.
+    class Mark {
+    public:
+        enum State : std::uint32_t { untouched, open, done, isClass };
+        static constexpr std::uint32_t kLastIndex = 0x3FFFFFFF;
+
+        Mark() = default;
+        Mark(State state, std::size_t index)
+            : word_(static_cast<std::uint32_t>(index) << 2U | state) {}
+        State state() const { return static_cast<State>(word_ & 3U); }
+        std::size_t index() const { return word_ >> 2U; }
+
+    private:
+        std::uint32_t word_ = untouched;
+    };
 
     void charge(std::size_t bytes);
     void chargeText(std::size_t length);
 
     /// The object `uid`, which must not be nil. Owned by `values_`.
     const Value& object(std::uint64_t uid);
+    /// The place of an object that is being read: null, until it is known what it becomes.
+    Value& openValue(std::uint64_t uid) {
+        return values_[marks_[static_cast<std::size_t>(uid)].index()];
+    }
     /// The object that a field refers to; null for nil.
     const Value* referenced(std::uint64_t uid);
     Value read(std::uint64_t uid, const Item& item);
@@ -112,6 +142,7 @@ private:
     Value readModel(const Class& type, const Fields& fields);
     Value readOpaque(const Class& type, const Fields& fields);
     Value readMenu(const Class& type, const Fields& fields);
+    void readItems(Menu& menu, const Fields& fields, const RawField& field);
     Value readMenuItem(const Class& type, const Fields& fields);
     void readMenuItemField(MenuItem& item, std::vector<Field>& otherFields, const Fields& fields,
                            const RawField& field);
@@ -130,7 +161,7 @@ private:
         std::size_t count = 0;
     };
 
-    References references(const Fields& fields, std::string_view key, std::string_view numberedKey);
+    References references(const Fields& fields, Key key, std::string_view numberedKey);
     /// The UID of element `index`, which is not nil.
     std::uint64_t uid(const References& references, std::size_t index) const;
     std::vector<Value> elements(const Fields& fields);
@@ -144,9 +175,10 @@ private:
 
     bool boolean(const Fields& fields, const RawField& field) const;
     std::int64_t integer(const Fields& fields, const RawField& field) const;
+    std::uint64_t uid(const Fields& fields, const RawField& field) const;
     /// The string that `item` is or refers to, when it is no object of its own; it is then read
-    /// where it is wanted, without becoming a value first.
-    std::optional<Item> plainString(const Item& item) const;
+    /// where it is wanted, without becoming a value first. Else absent.
+    Item plainString(const Item& item) const;
     /// The text under a key: a string in place or a reference to one; nothing when nil.
     std::optional<std::string> text(const Fields& fields, std::string_view key, const Item& item);
     /// The same for a member of a menu or an item, whose special forms stay in `otherFields`.
@@ -157,7 +189,7 @@ private:
     /// mostly differ in nothing but their members.
     FieldList share(std::vector<Field> fields);
 
-    std::string_view keyText(const Item& item);
+    std::string_view keyText(const Item& key);
 
     const BinaryPropertyList& list_;
     Item objects_{};
@@ -165,7 +197,7 @@ private:
     std::size_t depth_ = 0;
     FirstMemory<2048> memory_;
     std::pmr::vector<Value> values_{&memory_};
-    std::pmr::vector<std::uint32_t> marks_{&memory_};
+    std::pmr::vector<Mark> marks_{&memory_};
     std::pmr::vector<Class> classes_{&memory_};
     std::pmr::vector<RawField> rawFields_{&memory_};
     std::vector<Target> targets_;
