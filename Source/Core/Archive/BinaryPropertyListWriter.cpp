@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <limits>
+#include <stdexcept>
 #include <string>
 
 namespace corvid {
@@ -183,9 +185,12 @@ void BinaryPropertyListWriter::dropLast() {
 
 Bytes BinaryPropertyListWriter::finish(Ref top) {
     const std::size_t table = size_;
+    if (table > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::length_error("property list");
+    }
     const std::size_t offsetWidth = widthOf(table);
     std::uint8_t* out = extend(offsets_.size() * offsetWidth + kTrailerBytes);
-    for (const std::size_t offset : offsets_) {
+    for (const std::uint64_t offset : offsets_) {
         // Eight bytes at once, of which what follows overwrites those behind the offset.
         putBigEndian64(out, offset << (64 - 8 * offsetWidth));
         out += offsetWidth;

@@ -50,12 +50,13 @@ public:
     /// Forgets the last value, which nothing may refer to.
     void dropLast();
 
-    /// Adds the table and the trailer and hands the list over; the writer is spent.
+    /// Adds the table and the trailer and hands the list over; the writer is spent. Throws
+    /// std::length_error when the values take 4 GiB, as a vector does that cannot grow.
     Bytes finish(Ref top);
 
 private:
     Ref begin() {
-        offsets_.push_back(size_);
+        offsets_.push_back(static_cast<std::uint32_t>(size_)); // finish() sees that it fits.
         return lastRef();
     }
     Ref lastRef() const { return offsets_.size() - 1; }
@@ -80,7 +81,7 @@ private:
     Bytes bytes_;
     std::size_t size_ = 0;
     FirstMemory<1024> memory_;
-    std::pmr::vector<std::size_t> offsets_{&memory_};
+    std::pmr::vector<std::uint32_t> offsets_{&memory_};
     std::size_t refWidth_;
 };
 

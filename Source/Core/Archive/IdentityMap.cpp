@@ -8,7 +8,7 @@ namespace corvid {
 
 namespace {
 
-constexpr std::size_t kFirstSize = 16;
+constexpr std::size_t kFirstSize = 8;
 
 // The finaliser of SplitMix64: addresses differ in few bits, of which the low ones are zero.
 std::uint64_t mixed(std::uint64_t bits) {
@@ -19,43 +19,38 @@ std::uint64_t mixed(std::uint64_t bits) {
 
 } // namespace
 
-IdentityMap::Entry& IdentityMap::place(Key key) {
-    const auto kind = static_cast<std::uint32_t>(key.kind);
-    const std::size_t mask = entries_.size() - 1;
-    auto index = static_cast<std::size_t>(mixed(key.bits + kind)) & mask;
-    while (entries_[index].kind != 0 &&
-           (entries_[index].kind != kind || entries_[index].bits != key.bits)) {
+std::uint32_t& IdentityMap::slot(Key key) {
+    const std::size_t mask = slots_.size() - 1;
+    auto index = static_cast<std::size_t>(mixed(key.bits + static_cast<unsigned>(key.kind))) & mask;
+    while (slots_[index] != 0 && entries_[slots_[index] - 1].key != key) {
         index = (index + 1) & mask;
     }
-    return entries_[index];
+    return slots_[index];
 }
 
 void IdentityMap::expect(std::size_t count) {
-    const std::size_t wanted = 2 * (used_ + count); // At most half of the entries are used.
-    if (wanted > entries_.size()) {
+    const std::size_t wanted = 2 * (entries_.size() + count); // At most half of the slots are used.
+    if (wanted > slots_.size()) {
         resize(std::bit_ceil(std::max(wanted, kFirstSize)));
     }
 }
 
 void IdentityMap::resize(std::size_t size) {
-    std::pmr::vector<Entry> old(size, entries_.get_allocator());
-    std::swap(old, entries_);
-    for (const Entry& entry : old) {
-        if (entry.kind != 0) {
-            place({static_cast<Key::Kind>(entry.kind), entry.bits}) = entry;
-        }
+    slots_.assign(size, 0);
+    entries_.reserve(size / 2);
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        slot(entries_[i].key) = static_cast<std::uint32_t>(i + 1);
     }
 }
 
 std::uint32_t& IdentityMap::operator[](Key key) {
     expect(1);
-    Entry& entry = place(key);
-    if (entry.kind == 0) {
-        entry.kind = static_cast<std::uint32_t>(key.kind);
-        entry.bits = key.bits;
-        ++used_;
+    std::uint32_t& found = slot(key);
+    if (found == 0) {
+        entries_.push_back({key, 0});
+        found = static_cast<std::uint32_t>(entries_.size());
     }
-    return entry.number;
+    return entries_[found - 1].number;
 }
 
 } // namespace corvid

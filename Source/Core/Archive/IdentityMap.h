@@ -7,8 +7,9 @@
 
 namespace corvid {
 
-/// From the identity of an object to its number in an archive. A flat table with linear probing:
-/// a message has a handful of objects, or a hundred thousand, and is encoded on every badge call.
+/// From the identity of an object to its number in an archive. The keys lie in the order in which
+/// they came, and a flat table with linear probing finds them: a message has a handful of objects,
+/// or a hundred thousand, of which most are looked for once, so that the table alone is searched.
 class IdentityMap {
 public:
     /// What tells objects apart: an address, or for the kinds without one, what they say.
@@ -22,7 +23,7 @@ public:
     };
 
     /// `memory` must live as long as the map.
-    explicit IdentityMap(std::pmr::memory_resource* memory) : entries_(memory) {}
+    explicit IdentityMap(std::pmr::memory_resource* memory) : entries_(memory), slots_(memory) {}
 
     /// Makes room for `count` more keys.
     void expect(std::size_t count);
@@ -32,16 +33,16 @@ public:
 
 private:
     struct Entry {
-        std::uint64_t bits = 0;
-        std::uint32_t kind = 0; ///< 0: free
-        std::uint32_t number = 0;
+        Key key;
+        std::uint32_t number;
     };
 
-    Entry& place(Key key);
+    /// The slot of `key`: that which leads to its entry, or the free one where it belongs.
+    std::uint32_t& slot(Key key);
     void resize(std::size_t size);
 
     std::pmr::vector<Entry> entries_;
-    std::size_t used_ = 0;
+    std::pmr::vector<std::uint32_t> slots_; ///< 0: free; else the place in `entries_`, from 1
 };
 
 } // namespace corvid

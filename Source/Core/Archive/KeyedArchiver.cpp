@@ -17,11 +17,14 @@ using KeyKind = IdentityMap::Key::Kind;
 // The values of the container itself: the top dictionary and its four keys, the version, the
 // archiver's name, the list of objects, "$top"'s dictionary with one key and one reference.
 constexpr std::size_t kFrameValues = 11;
-// What `valueCount` values take in a message full of URLs: references and offsets are wider in a
-// larger one.
+// What `valueCount` values take besides the texts, in a message full of URLs: references are wider
+// in a larger one.
 constexpr std::size_t typicalSize(std::size_t valueCount) {
-    return valueCount * (valueCount <= 0xFF ? 12 : valueCount <= 0xFFFF ? 14 : 22);
+    return valueCount * (valueCount <= 0xFFFF ? 11 : 14);
 }
+
+// Objects, classes or fields: enough for a badge request.
+constexpr std::size_t kFew = 16;
 
 template <class Vector>
 void makeRoom(Vector& vector, std::size_t count) {
@@ -84,8 +87,6 @@ IdentityMap::Key keyOf(const Value& value) {
 } // namespace
 
 KeyedArchiver::KeyedArchiver() {
-    // Enough for a badge request.
-    constexpr std::size_t kFew = 16;
     objects_.reserve(kFew);
     fields_.reserve(kFew);
     uids_.reserve(kFew);
@@ -99,7 +100,7 @@ Bytes KeyedArchiver::archive(const Value& root) {
 
 void KeyedArchiver::expect(std::size_t count) {
     makeRoom(uids_, count);
-    makeRoom(objects_, 2 * count); // A URL and its text.
+    makeRoom(objects_, 2 * count + kFew); // A URL and its text, and what stands around them.
     known_.expect(count);
 }
 
@@ -210,6 +211,7 @@ KeyedArchiver::UID KeyedArchiver::newText(std::string_view text) {
     } else {
         objects_[uid] = textNode(text);
         count(objects_[uid]);
+        textSize_ += text.size();
     }
     return uid;
 }
@@ -502,7 +504,7 @@ KeyedArchiver::NodeField KeyedArchiver::member(const FieldList& otherFields, std
 Bytes KeyedArchiver::write(UID root) {
     // "$null" is the first object.
     const std::size_t valueCount = kFrameValues + 1 + valueCount_;
-    BinaryPropertyListWriter writer(valueCount, typicalSize(valueCount));
+    BinaryPropertyListWriter writer(valueCount, typicalSize(valueCount) + textSize_);
     writer_ = &writer;
     writtenUIDs_.resize(objects_.size());
 
@@ -589,7 +591,7 @@ KeyedArchiver::Ref KeyedArchiver::write(const Node& node) {
 KeyedArchiver::Ref KeyedArchiver::writeUID(UID uid) {
     const Ref ref = writer_->uid(uid);
     if (writtenUIDs_[uid] == 0) {
-        writtenUIDs_[uid] = ref;
+        writtenUIDs_[uid] = static_cast<std::uint32_t>(ref); // As many as there are offsets.
     }
     return writtenUIDs_[uid];
 }

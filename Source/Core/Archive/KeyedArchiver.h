@@ -126,9 +126,10 @@ private:
     std::unordered_map<std::string_view, UID> texts_;
     std::vector<std::shared_ptr<const void>> retained_;
     std::size_t valueCount_ = 0;
+    std::size_t textSize_ = 0; ///< bytes of the texts, but for keys and names of classes
 
     BinaryPropertyListWriter* writer_ = nullptr;
-    std::pmr::vector<Ref> writtenUIDs_{&memory_};
+    std::pmr::vector<std::uint32_t> writtenUIDs_{&memory_};
     std::array<Ref, 2> writtenBooleans_{};
 };
 
