@@ -18,6 +18,8 @@ namespace {
 using namespace corvid;
 
 constexpr std::size_t kMostObjects = 64;
+// More than references of one byte can tell apart. Room is made for as many, so no more than that.
+constexpr std::size_t kManyValues = 0x100;
 
 constexpr auto kKeys = std::to_array<std::string_view>({"NSTitle",
                                                         "NSKeyEquiv",
@@ -176,7 +178,7 @@ private:
     std::size_t size_;
     std::size_t at_ = 0;
     std::size_t count_ = 0;
-    BinaryPropertyListWriter writer_{0xFFFF, 4096};
+    BinaryPropertyListWriter writer_{kManyValues, 4096};
 };
 
 } // namespace
