@@ -21,7 +21,14 @@ constexpr std::chrono::milliseconds kRedrawSlice{5};
 /// Before drawing, which is 120 in GTK: badges are there when a folder is first drawn. They cannot
 /// come so fast that nothing else is done, since the extension sends them every 4 ms at most and
 /// RedrawQueue spreads them out.
+/// Caja lays out a whole folder again for each few badges that come later; the others do not.
+#ifdef CORVID_BADGES_BEFORE_DRAWING
 constexpr int kLinkPriority = G_PRIORITY_DEFAULT + 10;
+constexpr int kRedrawPriority = kLinkPriority;
+#else
+constexpr int kLinkPriority = G_PRIORITY_HIGH_IDLE + 30;
+constexpr int kRedrawPriority = G_PRIORITY_DEFAULT_IDLE;
+#endif
 
 /// In hicolor, as the controller names it for the host's entries.
 constexpr const char* kMenuIcon = "MorrowFilesAppIcon";
@@ -81,7 +88,7 @@ gboolean redrawSome(gpointer /*data*/) {
 
 void wantRedraw() {
     if (redrawSource == 0) {
-        redrawSource = g_idle_add_full(kLinkPriority, redrawSome, nullptr, nullptr);
+        redrawSource = g_idle_add_full(kRedrawPriority, redrawSome, nullptr, nullptr);
     }
 }
 

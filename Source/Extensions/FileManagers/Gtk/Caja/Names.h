@@ -13,3 +13,4 @@
 #define CORVID_INTERFACE(name) Caja##name##Iface
 #define CORVID_CONSTANT(name) CAJA_##name
 #define CORVID_FUNCTION(name) caja_##name
+#define CORVID_BADGES_BEFORE_DRAWING
