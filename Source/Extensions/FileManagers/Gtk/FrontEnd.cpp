@@ -108,6 +108,7 @@ void FrontEnd::linkRefused(const std::string& /*reason*/) {
 void FrontEnd::received(link::Message message) {
     if (const auto* const badges = std::get_if<link::Badges>(&message)) {
         badges_.received(*badges);
+        menus_.received(*badges);
     } else if (const auto* const volume = std::get_if<link::Volume>(&message)) {
         volume_ = volume->folder;
         badges_.received(*volume);

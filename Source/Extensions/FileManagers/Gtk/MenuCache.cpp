@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <poll.h>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace corvid::gtk {
@@ -29,14 +31,16 @@ MenuCache::Entry& MenuCache::entryOf(const MenuSelection& selection) {
 
 const MenuCache::KnownMenu* MenuCache::menu(const MenuSelection& selection, Use use) {
     Entry& entry = entryOf(selection);
-    const bool isFresh = Clock::now() - entry.answered < kFreshness;
     const bool mustTryAgain = entry.outcome == Entry::Outcome::failed && use == Use::opening;
-    if (entry.request == 0 && (entry.outcome == Entry::Outcome::none || !isFresh || mustTryAgain)) {
+    if (entry.request == 0 && (entry.outcome == Entry::Outcome::none || mustTryAgain ||
+                               entry.isWrong || !isRecent(entry.answered))) {
         ask(entry);
     }
-    const bool hasNothing =
-        entry.outcome == Entry::Outcome::none || entry.outcome == Entry::Outcome::failed;
-    if (hasNothing && entry.request != 0) {
+    // What is open is shown as it was, or a click in it would not find its entry.
+    const bool hasNothingGood = entry.outcome == Entry::Outcome::none ||
+                                entry.outcome == Entry::Outcome::failed ||
+                                (entry.wasWrong && !isRecent(entry.opened));
+    if (hasNothingGood && entry.request != 0) {
         if (use == Use::opening) {
             waitFor(entry.request, entry.asked + kPatience);
         } else if (entry.outcome == Entry::Outcome::none &&
@@ -52,6 +56,9 @@ const MenuCache::KnownMenu* MenuCache::menu(const MenuSelection& selection, Use 
     if (answered.outcome == Entry::Outcome::outside) {
         return nullptr;
     }
+    if (use == Use::opening) {
+        answered.opened = Clock::now();
+    }
     answered.menu.isAnswer = answered.outcome == Entry::Outcome::made;
     answered.handedOut = answered.menu.isAnswer ? Entry::HandedOut::menu : Entry::HandedOut::note;
     return &answered.menu;
@@ -66,6 +73,7 @@ void MenuCache::ask(Entry& entry) {
     request.selection = entry.selection.items;
     entry.request = client_.send(request) ? request.request : 0;
     entry.asked = Clock::now();
+    entry.wasWrong = std::exchange(entry.isWrong, false);
 }
 
 void MenuCache::waitFor(std::uint32_t request, Clock::time_point deadline) {
@@ -88,6 +96,11 @@ void MenuCache::waitFor(std::uint32_t request, Clock::time_point deadline) {
 
 void MenuCache::click(std::uint32_t number, std::uint32_t item) {
     client_.send(link::Click{client_.nextRequest(), number, item});
+    // What it does changes what menus offer; and the menu that it was made in is closed.
+    for (Entry& entry : entries_) {
+        entry.isWrong = true;
+        entry.opened = {};
+    }
 }
 
 void MenuCache::linkUp() {
@@ -110,6 +123,7 @@ void MenuCache::received(const link::MenuReply& reply) {
     Entry& entry = *found;
     entry.request = 0;
     entry.answered = Clock::now();
+    entry.wasWrong = false;
     if (reply.outcome == link::MenuOutcome::superseded) {
         return;
     }
@@ -140,6 +154,24 @@ void MenuCache::received(const link::HostStateChange& /*change*/) {
     }
     if (isAwaited && !isWaiting_) {
         changed_();
+    }
+}
+
+void MenuCache::received(const link::Badges& badges) {
+    std::unordered_set<std::string_view> names;
+    for (const link::ItemBadge& item : badges.items) {
+        if (!item.isAnswer) {
+            names.insert(item.name);
+        }
+    }
+    const auto isAmongThem = [&](const link::SelectedItem& item) {
+        const std::size_t slash = badges.folder.size();
+        return item.path.size() > slash && item.path[slash] == '/' &&
+               item.path.starts_with(badges.folder) &&
+               names.contains(std::string_view(item.path).substr(slash + 1));
+    };
+    for (Entry& entry : entries_) {
+        entry.isWrong = entry.isWrong || std::ranges::any_of(entry.selection.items, isAmongThem);
     }
 }
 

@@ -24,8 +24,9 @@ struct MenuSelection {
 /// who opens it before the answer has come waits for it, but never beyond kPatience after that.
 ///
 /// A menu stays as it is for kFreshness, since file managers ask again and again for the menu that
-/// they show, and a click must find the entry that it was made on. On its owner's thread, the one
-/// that dispatches the LinkClient.
+/// they show, and a click must find the entry that it was made on. When the badge of a selected
+/// item has changed, and after a click, it is known to be wrong: then who opens it waits likewise,
+/// unless it may be open already. On its owner's thread, the one that dispatches the LinkClient.
 class MenuCache {
 public:
     static constexpr std::chrono::milliseconds kPatience{100};
@@ -63,6 +64,8 @@ public:
     void linkDown();
     void received(const link::MenuReply& reply);
     void received(const link::HostStateChange& change);
+    /// Answered badges are no news: only what was not asked for says that an item has changed.
+    void received(const link::Badges& badges);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -72,6 +75,9 @@ private:
         std::uint32_t request = 0; ///< in work; 0 for none
         Clock::time_point asked{};
         Clock::time_point answered{};
+        Clock::time_point opened{}; ///< the epoch when it cannot be open
+        bool isWrong = false;       ///< since it was last asked for
+        bool wasWrong = false;      ///< then
         enum class Outcome : std::uint8_t {
             none, ///< not answered yet
             made, ///< there is a menu to show
@@ -83,6 +89,7 @@ private:
         HandedOut handedOut = HandedOut::menu;
     };
 
+    static bool isRecent(Clock::time_point time) { return Clock::now() - time < kFreshness; }
     Entry& entryOf(const MenuSelection& selection);
     void ask(Entry& entry);
     void waitFor(std::uint32_t request, Clock::time_point deadline);

@@ -19,6 +19,7 @@
 namespace corvid::gtk {
 namespace {
 
+using link::Badges;
 using link::Click;
 using link::HostState;
 using link::HostStateChange;
@@ -88,6 +89,8 @@ private:
             menus.received(*reply);
         } else if (const auto* const change = std::get_if<HostStateChange>(&message)) {
             menus.received(*change);
+        } else if (const auto* const badges = std::get_if<Badges>(&message)) {
+            menus.received(*badges);
         }
     }
     void woken() override {}
@@ -117,6 +120,10 @@ protected:
     }
     void tellHostState(HostState state) {
         extension_.say(HostStateChange{state});
+        hearAll();
+    }
+    void tellBadges(const Badges& badges) {
+        extension_.say(badges);
         hearAll();
     }
     /// Until the module has heard all that was said.
@@ -179,6 +186,7 @@ TEST_F(MenuCacheTest, AClickSendsTheVeryItemThatWasShown) {
     answer(menu(request.request, 6, {"Nothing of that kind"}));
     EXPECT_EQ(changes_, 1);
     EXPECT_EQ(module_.menus.menu(selectionOf("a"), Use::preparing)->number, 6U);
+    extension_.hear<MenuRequest>(); // the first click may have changed what it offers
     module_.menus.click(shown, 1);
     click = extension_.hear<Click>();
     EXPECT_EQ(click.menu, 5U);
@@ -253,6 +261,48 @@ TEST_F(MenuCacheTest, AHostThatFailedIsAskedAgainByWhoOpensTheMenu) {
     expectSilence();
     extension_.say(menu(2, 5, {"Open"}));
     EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Open"});
+}
+
+TEST_F(MenuCacheTest, AChangedBadgeHasTheMenuAskedForAgain) {
+    module_.titles("a", Use::preparing);
+    answer(menu(extension_.hear<MenuRequest>().request, 5, {"Stage"}));
+    // Of another item, of one elsewhere, and an answer, which may be the badge that it had.
+    tellBadges({"/v", {{"b", "synced", false}}});
+    tellBadges({"/v/deeper", {{"a", "synced", false}}});
+    tellBadges({"/", {{"a", "synced", false}}});
+    tellBadges({"/v", {{"a", "synced", true}}});
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Stage"});
+    expectSilence();
+
+    // It may be open now, so it stays until the answer has come, and is asked for once.
+    tellBadges({"/v", {{"b", "synced", false}, {"a", "finishedTransfer", false}}});
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Stage"});
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Stage"});
+    answer(menu(extension_.hear<MenuRequest>().request, 6, {"Unstage"}));
+    EXPECT_EQ(changes_, 1);
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Unstage"});
+    expectSilence();
+}
+
+TEST_F(MenuCacheTest, AfterAClickOpeningWaitsForTheNewMenu) {
+    module_.titles("a", Use::preparing);
+    answer(menu(extension_.hear<MenuRequest>().request, 5, {"Stage"}));
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Stage"});
+    module_.menus.click(5, 0);
+    extension_.hear<Click>();
+    extension_.say(menu(3, 6, {"Unstage"}));
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Unstage"});
+    EXPECT_EQ(extension_.hear<MenuRequest>().request, 3U);
+
+    // When the badge changes while that is under way, once more.
+    module_.menus.click(6, 0);
+    extension_.hear<Click>();
+    EXPECT_EQ(module_.titles("a", Use::preparing), Titles{"Unstage"});
+    const auto early = extension_.hear<MenuRequest>();
+    tellBadges({"/v", {{"a", "inProgress", false}}});
+    answer(menu(early.request, 7, {"Unstage"}));
+    extension_.say(menu(6, 8, {"Stage"}));
+    EXPECT_EQ(module_.titles("a", Use::opening), Titles{"Stage"});
 }
 
 TEST_F(MenuCacheTest, OutsideTheVolumeThereIsNoMenu) {
