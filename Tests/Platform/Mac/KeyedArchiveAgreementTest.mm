@@ -10,6 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#if __has_feature(address_sanitizer)
+#include <sanitizer/lsan_interface.h>
+#endif
 
 // The payloads go through our own codec. Here the same bytes go through Foundation's, too, in both
 // directions: GNUstep's, which is a second implementation of the format.
@@ -22,10 +25,19 @@ NSData* dataOf(const Value& value) {
     return [NSData dataWithBytes:archive.data() length:archive.size()];
 }
 
+/// Read by Foundation. Its property lists lose a few of the objects that they make of a menu's
+/// archive, which is not for this test to report.
+id readByFoundation(ByteView archive) {
+    NSData* data = [NSData dataWithBytes:archive.data() length:archive.size()];
+#if __has_feature(address_sanitizer)
+    const __lsan::ScopedDisabler disabler;
+#endif
+    return [NSKeyedUnarchiver unarchiveObjectWithData:data];
+}
+
 /// The archive, read and written again by Foundation, read by ours; null when either refuses.
 Value byWayOfFoundation(ByteView archive) {
-    id object = [NSKeyedUnarchiver unarchiveObjectWithData:[NSData dataWithBytes:archive.data()
-                                                                          length:archive.size()]];
+    id object = readByFoundation(archive);
     if (object == nil) {
         return {};
     }

@@ -201,6 +201,8 @@ TEST_F(MenuCacheTest, AnAnswerThatBringsNothingNewChangesNothing) {
     module_.titles("a", Use::preparing);
     answer(menu(extension_.hear<MenuRequest>().request, 6, {"Open"}));
     EXPECT_EQ(changes_, 0);
+    EXPECT_EQ(module_.menus.menu(selectionOf("a"), Use::preparing)->number, 5U)
+        << "what is open is found again at the click";
 }
 
 TEST_F(MenuCacheTest, OpeningWaitsForTheAnswer) {
