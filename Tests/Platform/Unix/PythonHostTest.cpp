@@ -1,6 +1,7 @@
 // The whole conversation with a host application that was written in another language from the
 // protocol's page alone.
 
+#include "Core/Base/Mutex.h"
 #include "Extensions/Finder/CVMABadgeHandler.h"
 #include "Extensions/Finder/CVMAMessageID.h"
 #include "Extensions/Finder/CVMAMessagePort.h"
@@ -15,9 +16,10 @@
 
 #include <algorithm>
 #include <array>
+#include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <fstream>
-#include <future>
 #include <gmock/gmock.h>
 #include <iterator>
 #include <poll.h>
@@ -38,9 +40,25 @@ URL item(const std::string& name) {
 class Delegate final : public CVMABadgeDelegate {
 public:
     void setBadge(CVMABadgeID badge, const URL& url) override {
-        pushed.set_value(std::string(badge.rawValue()) + " " + url.path());
+        const MutexLock lock(mutex_);
+        pushed_.push_back(std::string(badge.rawValue()) + " " + url.path());
+        changed_.notify_one();
     }
-    std::promise<std::string> pushed;
+    /// Waits for the next push.
+    std::string next() {
+        MutexLock lock(mutex_);
+        while (pushed_.empty()) {
+            lock.wait(changed_);
+        }
+        std::string first = std::move(pushed_.front());
+        pushed_.pop_front();
+        return first;
+    }
+
+private:
+    Mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::string> pushed_ CORVID_GUARDED_BY(mutex_);
 };
 
 class PythonHostTest : public testing::Test {
@@ -94,7 +112,7 @@ TEST_F(PythonHostTest, holdsTheWholeConversation) {
     EXPECT_EQ(host_->readLine(), "left new folder");
 
     host_->goOn("plan.txt=error");
-    EXPECT_EQ(delegate->pushed.get_future().get(), "error /Volumes/Corvid/plan.txt");
+    EXPECT_EQ(delegate->next(), "error /Volumes/Corvid/plan.txt");
     EXPECT_EQ(CVMAMessagePort::requestBadgeIDs(item("plan.txt")), CVMABadgeID::error);
 
     CVMAMessagePort::registerPort(portId_, false);
@@ -111,7 +129,7 @@ TEST_F(PythonHostTest, findsTheExtensionsThatRunAlready) {
     ChildProcess host({CORVID_PYTHON, CORVID_EXAMPLE_HOST, "/srv/volume"});
     ASSERT_EQ(host.readLine(), "ready");
     host.goOn("a b.txt=cloud");
-    EXPECT_EQ(delegate->pushed.get_future().get(), "cloud /Volumes/Corvid/a b.txt");
+    EXPECT_EQ(delegate->next(), "cloud /Volumes/Corvid/a b.txt");
 }
 
 TEST_F(PythonHostTest, keepsAnExtensionThatHangs) {
@@ -127,9 +145,7 @@ TEST_F(PythonHostTest, keepsAnExtensionThatHangs) {
     // Whoever is well gets both; the second shows that the host is done with the first.
     for (const char* path : {"first", "second"}) {
         host_->goOn(std::string(path) + "=error");
-        EXPECT_EQ(delegate->pushed.get_future().get(),
-                  std::string("error /Volumes/Corvid/") + path);
-        delegate->pushed = {};
+        EXPECT_EQ(delegate->next(), std::string("error /Volumes/Corvid/") + path);
     }
     waiting.clear();
     for (int fd = 0; (fd = accept4(hung->fd.get(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
