@@ -138,13 +138,15 @@ void MenuCache::received(const link::MenuReply& reply) {
         entry.handedOut == Entry::HandedOut::nothing ||
         (entry.handedOut == Entry::HandedOut::note) != (outcome == Outcome::failed) ||
         entry.menu.entries != reply.entries;
-    if (!isOther && isRecent(entry.opened)) {
-        return; // by another number, a click in the one that is open would not find its entry
+    ++answers_;
+    if (!isOther && outcome == entry.outcome && answers_ - entry.answer < kKeptMenus) {
+        return; // by another number, a click in what is shown would not find its entry
     }
+    entry.answer = answers_;
     entry.outcome = outcome;
     entry.menu = outcome == Outcome::made ? KnownMenu{reply.menu, reply.title, reply.entries, true}
                                           : KnownMenu{0, {}, {}, false};
-    if (isOther && !isWaiting_) {
+    if (!isWaiting_) {
         changed_();
     }
 }

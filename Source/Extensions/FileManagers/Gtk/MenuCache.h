@@ -32,6 +32,9 @@ public:
     static constexpr std::chrono::milliseconds kPatience{100};
     static constexpr std::chrono::seconds kFreshness{10};
     static constexpr std::size_t kMaxMenus = 8;
+    /// A menu that is answered anew without a difference keeps its number for so many answers; the
+    /// extension takes clicks for twice as many.
+    static constexpr std::uint64_t kKeptMenus = 16;
 
     struct KnownMenu {
         std::uint32_t number = 0; ///< what a click names
@@ -73,6 +76,7 @@ private:
         MenuSelection selection;
         KnownMenu menu;
         std::uint32_t request = 0; ///< in work; 0 for none
+        std::uint64_t answer = 0;  ///< which one the menu came with, counted by `answers_`
         Clock::time_point asked{};
         Clock::time_point answered{};
         Clock::time_point opened{}; ///< the epoch when it cannot be open
@@ -97,6 +101,7 @@ private:
     link::LinkClient& client_;
     const std::function<void()> changed_;
     std::deque<Entry> entries_; ///< newest first
+    std::uint64_t answers_ = 0;
     bool isWaiting_ = false;
 };
 
