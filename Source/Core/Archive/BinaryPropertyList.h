@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -98,6 +99,17 @@ public:
     double real(const Item& real) const;
     double date(const Item& date) const;
     std::uint64_t uid(const Item& uid) const { return bigEndian(uid.content, Width(uid.count)); }
+    /// item() and uid() in one, since archives are mostly references; nothing for a value of
+    /// another kind.
+    std::optional<std::uint64_t> uid(Ref ref) const {
+        const std::uint32_t start = offset(ref);
+        const std::uint32_t width = bytes_[start] - kShortestUID + 1U;
+        if (width - 1 >= kUIDWidths || width >= tableStart_ - start) {
+            static_cast<void>(item(ref)); // Refuses what is no value at all.
+            return std::nullopt;
+        }
+        return bigEndian(start + 1, Width(width));
+    }
     ByteView data(const Item& data) const;
 
     /// As uncheckedASCII(), for a string short enough for its marker to hold the length, as most
@@ -116,6 +128,15 @@ public:
     std::string_view uncheckedASCII(const Item& string) const {
         // Bytes may be looked at as characters.
         return {reinterpret_cast<const char*>(bytes_.data() + string.content), string.count};
+    }
+    /// The same of any value; empty for one of another kind.
+    std::string_view uncheckedASCII(Ref ref) const {
+        const std::string_view text = shortASCII(ref);
+        if (!text.empty()) {
+            return text;
+        }
+        const Item value = item(ref);
+        return value.kind == Kind::ascii ? uncheckedASCII(value) : std::string_view();
     }
     /// The characters of an `ascii` string. Borrowed from the list's bytes.
     std::string_view ascii(const Item& string) const {
@@ -137,6 +158,9 @@ private:
     // marker.
     static constexpr std::uint8_t kShortASCII = 0x50;
     static constexpr std::uint8_t kLengthBehind = 15;
+    // Markers of UIDs, in the order of their widths, of 1 to 8 bytes.
+    static constexpr std::uint8_t kShortestUID = 0x80;
+    static constexpr std::uint8_t kUIDWidths = 8;
 
     /// What the count of a value counts.
     enum Unit : std::uint8_t { kNothing, kByte, kUTF16, kReference, kPair, kUnits };

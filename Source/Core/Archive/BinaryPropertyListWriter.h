@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory_resource>
 #include <string_view>
 #include <vector>
 
@@ -80,8 +79,8 @@ private:
     // array.
     Bytes bytes_;
     std::size_t size_ = 0;
-    FirstMemory<1024> memory_;
-    std::pmr::vector<std::uint32_t> offsets_{&memory_};
+    FirstMemoryOf<1024> memory_;
+    FirstVector<std::uint32_t> offsets_{memory_};
     std::size_t refWidth_;
 };
 

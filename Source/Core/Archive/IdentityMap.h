@@ -1,8 +1,9 @@
 #pragma once
 
+#include "Core/Archive/FirstMemory.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <memory_resource>
 #include <vector>
 
 namespace corvid {
@@ -23,7 +24,7 @@ public:
     };
 
     /// `memory` must live as long as the map.
-    explicit IdentityMap(std::pmr::memory_resource* memory) : entries_(memory), slots_(memory) {}
+    explicit IdentityMap(FirstMemory& memory) : entries_(memory), slots_(memory) {}
 
     /// Makes room for `count` more keys.
     void expect(std::size_t count);
@@ -41,8 +42,8 @@ private:
     std::uint32_t& slot(Key key);
     void resize(std::size_t size);
 
-    std::pmr::vector<Entry> entries_;
-    std::pmr::vector<std::uint32_t> slots_; ///< 0: free; else the place in `entries_`, from 1
+    FirstVector<Entry> entries_;
+    FirstVector<std::uint32_t> slots_; ///< 0: free; else the place in `entries_`, from 1
 };
 
 } // namespace corvid

@@ -15,7 +15,7 @@ Bytes archivedData(const Value& root) {
 }
 
 std::optional<Value> unarchivedObject(ByteView archive, ArchiveError* error) {
-    const bool isXML = looksLikeXML(archive);
+    const bool isXML = !BinaryPropertyList::hasSignature(archive) && looksLikeXML(archive);
     bool isConverted = false;
     try {
         const Bytes converted = isXML ? binaryPropertyListFromXML(archive) : Bytes();

@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <memory_resource>
 #include <span>
 #include <string_view>
 #include <unordered_map>
@@ -117,19 +116,19 @@ private:
     Ref writeURL(const Node& url);
     Ref writeClass(const ClassNames& names);
 
-    FirstMemory<4096> memory_;
-    std::pmr::vector<Node> objects_{&memory_};
-    std::pmr::vector<NodeField> fields_{&memory_};
-    std::pmr::vector<UID> uids_{&memory_};
-    std::pmr::vector<ClassNames> classes_{&memory_};
-    IdentityMap known_{&memory_};
+    FirstMemoryOf<4096> memory_;
+    FirstVector<Node> objects_{memory_};
+    FirstVector<NodeField> fields_{memory_};
+    FirstVector<UID> uids_{memory_};
+    FirstVector<ClassNames> classes_{memory_};
+    IdentityMap known_{memory_};
     std::unordered_map<std::string_view, UID> texts_;
     std::vector<std::shared_ptr<const void>> retained_;
     std::size_t valueCount_ = 0;
     std::size_t textSize_ = 0; ///< bytes of the texts, but for keys and names of classes
 
     BinaryPropertyListWriter* writer_ = nullptr;
-    std::pmr::vector<std::uint32_t> writtenUIDs_{&memory_};
+    FirstVector<std::uint32_t> writtenUIDs_{memory_};
     std::array<Ref, 2> writtenBooleans_{};
 };
 

@@ -68,7 +68,7 @@ bool isSameField(const Field& a, const Field& b) {
 KeyedUnarchiver::KeyedUnarchiver(const BinaryPropertyList& list, std::size_t memory)
     : list_(list), memoryLeft_(memory) {}
 
-Value KeyedUnarchiver::root() {
+std::optional<Value> KeyedUnarchiver::root() {
     const Item archive = list_.item(list_.top());
     if (archive.kind != Kind::dictionary) {
         refuseAtByte(Code::notAnArchive, archive.start);
@@ -96,25 +96,20 @@ Value KeyedUnarchiver::root() {
     if (top.kind != Kind::dictionary) {
         refuse(Code::missingRoot, top);
     }
-    std::uint64_t rootUID = 0;
-    {
-        const Fields topFields(*this, top, 0);
-        const Item root = topFields.find(keys::kRoot);
-        if (root.kind != Kind::uid) {
-            refuse(Code::missingRoot, top);
-        }
-        rootUID = list_.uid(root);
+    const auto rootUID = Fields(*this, top, 0).findUID(keys::kRoot);
+    if (!rootUID) {
+        refuse(Code::missingRoot, top);
     }
-    objects_ = objects;
-    if (rootUID == 0) {
+    if (*rootUID == 0) {
         refuseAtObject(Code::nilRoot, 0);
     }
+    objects_ = objects;
     static_assert(limits::kPropertyListValues <= Mark::kLastIndex);
     charge(objects_.count * (sizeof(Value) + sizeof(Mark)));
     values_.reserve(objects_.count); // References to values must hold.
     marks_.resize(objects_.count);
     classes_.reserve(kFewClasses);
-    Value result = object(rootUID);
+    std::optional<Value> result(object(*rootUID));
     settleTargets();
     return result;
 }
@@ -160,6 +155,7 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::ui
         owner.rawFields_.reserve(wanted);
     }
     std::uint64_t repeated = 0;
+    std::uint64_t seen = 0;
     for (std::size_t i = 0; i < count_; ++i) {
         const Ref key = list.key(dictionary, i);
         std::string_view text = list.shortASCII(key);
@@ -171,9 +167,10 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::ui
         const Ref value = list.value(dictionary, i);
         owner.rawFields_.push_back({text, value, known});
         values_[known] = value;
-        repeated |= seen_ & bit(known);
-        seen_ |= bit(known);
+        repeated |= seen & bit(known);
+        seen |= bit(known);
     }
+    seen_ = seen;
     if (repeated != 0) {
         checkDistinct();
     }
@@ -213,20 +210,19 @@ BinaryPropertyList::Item KeyedUnarchiver::Fields::require(Key key) const {
 // --- Classes ----------------------------------------------------------------------------------
 
 const KeyedUnarchiver::Class& KeyedUnarchiver::classOf(const Fields& fields) {
-    const Item reference = fields.find(keys::kClass);
-    if (reference.kind != Kind::uid) {
+    const auto uid = fields.findUID(keys::kClass);
+    if (!uid) {
         refuseAtObject(Code::missingClass, fields.uid());
     }
-    const std::uint64_t uid = list_.uid(reference);
-    if (uid >= objects_.count) {
+    if (*uid >= objects_.count) {
         refuseAtObject(Code::uidOutOfRange, fields.uid(), keys::kClass);
     }
-    const auto index = static_cast<std::size_t>(uid);
+    const auto index = static_cast<std::size_t>(*uid);
     if (marks_[index].state() != Mark::isClass) {
         if (marks_[index].state() != Mark::untouched) {
-            refuseAtObject(Code::badClass, uid);
+            refuseAtObject(Code::badClass, *uid);
         }
-        Class type = readClass(uid);
+        Class type = readClass(*uid);
         charge(2 * sizeof(Class));
         marks_[index] = {Mark::isClass, classes_.size()};
         classes_.push_back(std::move(type));
@@ -290,10 +286,7 @@ KeyedUnarchiver::Class KeyedUnarchiver::readClass(std::uint64_t uid) {
     };
     Class type;
     for (std::size_t i = 0; i < chain.count; ++i) {
-        const Item name = list_.item(list_.element(chain, i));
-        const std::size_t place = name.kind == Kind::ascii
-                                      ? kKnownNames.find(list_.uncheckedASCII(name))
-                                      : kKnownNames.kNone;
+        const std::size_t place = kKnownNames.find(list_.uncheckedASCII(list_.element(chain, i)));
         if (place != kKnownNames.kNone) {
             type.model = kKnown[place].model;
             type.isMutable = kKnown[place].isMutable;
@@ -490,16 +483,15 @@ std::uint64_t KeyedUnarchiver::uid(const References& references, std::size_t ind
         std::string key(references.key);
         refuseAtObject(code, references.uid, isListed ? key : key + std::to_string(index));
     };
-    const Item item =
-        list_.item(isListed ? list_.element(references.list, index) : references.numbered[index]);
-    if (item.kind != Kind::uid) {
+    const auto uid =
+        list_.uid(isListed ? list_.element(references.list, index) : references.numbered[index]);
+    if (!uid) {
         refuse(Code::wrongType);
     }
-    const std::uint64_t uid = list_.uid(item);
-    if (uid == 0) {
+    if (*uid == 0) {
         refuse(Code::nilElement);
     }
-    return uid;
+    return *uid;
 }
 
 std::vector<Value> KeyedUnarchiver::elements(const Fields& fields) {
@@ -523,8 +515,8 @@ Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
     charge(names.count * sizeof(std::pair<Value, Value>));
     result.entries.reserve(names.count);
     for (std::size_t i = 0; i < names.count; ++i) {
-        result.entries.emplace_back(object(uid(names, i)), Value());
-        result.entries.back().second = object(uid(listed, i));
+        const Value& key = object(uid(names, i));
+        result.entries.emplace_back(key, object(uid(listed, i)));
     }
     checkDistinct(result, fields.uid());
     return result;
@@ -568,7 +560,7 @@ URL KeyedUnarchiver::url(const Fields& fields) {
     std::string copy;
     std::string_view relative;
     if (plain.kind == Kind::ascii && !list_.equals(plain, keys::kNil)) {
-        relative = list_.ascii(plain);
+        relative = list_.uncheckedASCII(plain); // No URL holds anything but ASCII.
     } else {
         auto read = text(fields, keys::kRelative, item);
         if (!read) {
@@ -582,6 +574,9 @@ URL KeyedUnarchiver::url(const Fields& fields) {
     charge(kURLSize + 2 * joined + relative.size());
     auto url = base ? URL::fromText(relative, *base) : URL::fromText(relative);
     if (!url) {
+        if (plain.kind == Kind::ascii) {
+            static_cast<void>(list_.ascii(plain)); // Refuses what is not even text.
+        }
         refuseAtObject(Code::badURL, fields.uid(), keys::kRelative);
     }
     return *std::move(url);
@@ -861,11 +856,11 @@ std::int64_t KeyedUnarchiver::integer(const Fields& fields, const RawField& fiel
 }
 
 std::uint64_t KeyedUnarchiver::uid(const Fields& fields, const RawField& field) const {
-    const Item reference = list_.item(field.value);
-    if (reference.kind != Kind::uid) {
+    const auto uid = list_.uid(field.value);
+    if (!uid) {
         refuseAtObject(Code::wrongType, fields.uid(), field.key);
     }
-    return list_.uid(reference);
+    return *uid;
 }
 
 BinaryPropertyList::Item KeyedUnarchiver::plainString(const Item& item) const {

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <forward_list>
 #include <memory>
-#include <memory_resource>
 #include <optional>
 #include <span>
 #include <string>
@@ -27,8 +26,8 @@ public:
     /// `memory`: how many bytes the objects may take.
     KeyedUnarchiver(const BinaryPropertyList& list, std::size_t memory);
 
-    /// The object that the archive was made of.
-    Value root();
+    /// The object that the archive was made of; optional only as the caller hands it on.
+    std::optional<Value> root();
 
 private:
     using Item = BinaryPropertyList::Item;
@@ -85,6 +84,10 @@ private:
         /// Absent when the object has no such key.
         Item find(Key key) const {
             return (seen_ & bit(key)) != 0 ? owner_.list_.item(values_[key]) : Item{};
+        }
+        /// Nothing when the object has no such key, or no reference under it.
+        std::optional<std::uint64_t> findUID(Key key) const {
+            return (seen_ & bit(key)) != 0 ? owner_.list_.uid(values_[key]) : std::nullopt;
         }
         Item require(Key key) const;
 
@@ -195,11 +198,11 @@ private:
     Item objects_{};
     std::size_t memoryLeft_;
     std::size_t depth_ = 0;
-    FirstMemory<2048> memory_;
-    std::pmr::vector<Value> values_{&memory_};
-    std::pmr::vector<Mark> marks_{&memory_};
-    std::pmr::vector<Class> classes_{&memory_};
-    std::pmr::vector<RawField> rawFields_{&memory_};
+    FirstMemoryOf<2048> memory_;
+    FirstVector<Value> values_{memory_};
+    FirstVector<Mark> marks_{memory_};
+    FirstVector<Class> classes_{memory_};
+    FirstVector<RawField> rawFields_{memory_};
     std::vector<Target> targets_;
     std::forward_list<std::string> wideKeys_;
     FieldList lastFields_;

@@ -18,19 +18,19 @@ const Value* Dictionary::find(std::string_view key) const {
 }
 
 Value Value::boolean(bool value) {
-    return Value(Held(value));
+    return holding(value);
 }
 Value Value::integer(std::int64_t value) {
-    return Value(Held(value));
+    return holding(value);
 }
 Value Value::real(double value) {
-    return Value(Held(value));
+    return holding(value);
 }
 Value Value::date(Date date) {
-    return Value(Held(date));
+    return holding(date);
 }
 Value Value::url(URL url) {
-    return Value(Held(std::move(url)));
+    return holding(std::move(url));
 }
 
 Value Value::string(std::string text) {
@@ -56,29 +56,29 @@ Value Value::dictionary(std::vector<std::pair<std::string, Value>> entries) {
 }
 
 Value Value::menu(std::shared_ptr<Menu> menu) {
-    return Value(Held(std::move(menu)));
+    return holding(std::move(menu));
 }
 Value Value::menuItem(std::shared_ptr<MenuItem> item) {
-    return Value(Held(std::move(item)));
+    return holding(std::move(item));
 }
 Value Value::opaque(std::shared_ptr<OpaqueObject> object) {
-    return Value(Held(std::move(object)));
+    return holding(std::move(object));
 }
 
 Value Value::of(String string) {
-    return Value(Held(std::make_shared<const String>(std::move(string))));
+    return holding(std::make_shared<const String>(std::move(string)));
 }
 Value Value::of(Data data) {
-    return Value(Held(std::make_shared<const Data>(std::move(data))));
+    return holding(std::make_shared<const Data>(std::move(data)));
 }
 Value Value::of(Array array) {
-    return Value(Held(std::make_shared<const Array>(std::move(array))));
+    return holding(std::make_shared<const Array>(std::move(array)));
 }
 Value Value::of(Set set) {
-    return Value(Held(std::make_shared<const Set>(std::move(set))));
+    return holding(std::make_shared<const Set>(std::move(set)));
 }
 Value Value::of(Dictionary dictionary) {
-    return Value(Held(std::make_shared<const Dictionary>(std::move(dictionary))));
+    return holding(std::make_shared<const Dictionary>(std::move(dictionary)));
 }
 
 const std::string* Value::asString() const {

@@ -134,7 +134,13 @@ private:
                               std::shared_ptr<const Array>, std::shared_ptr<const Set>,
                               std::shared_ptr<const Dictionary>, std::shared_ptr<Menu>,
                               std::shared_ptr<MenuItem>, std::shared_ptr<OpaqueObject>>;
-    explicit Value(Held object) : object_(std::move(object)) {}
+    // Not from a Held, of which moving takes a jump through a table.
+    template <class Kind>
+    explicit Value(std::in_place_type_t<Kind> kind, Kind held) : object_(kind, std::move(held)) {}
+    template <class Kind>
+    static Value holding(Kind held) {
+        return Value(std::in_place_type<Kind>, std::move(held));
+    }
 
     Held object_;
 };

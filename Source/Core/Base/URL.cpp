@@ -17,6 +17,9 @@ struct URL::Parts {
         std::string absolute;
     };
 
+    explicit Parts(std::string_view given, std::unique_ptr<const Resolved> made = nullptr)
+        : text(given), resolved(std::move(made)) {}
+
     std::string text;
     std::unique_ptr<const Resolved> resolved; // null without a base: the text is absolute
 };
@@ -325,7 +328,7 @@ std::optional<URL> URL::fromText(std::string_view text) {
     if (!isPlainFileURL(text) && (text.empty() || !isReference(split(text)))) {
         return std::nullopt;
     }
-    return URL(std::make_shared<const Parts>(Parts{std::string(text), nullptr}));
+    return URL(std::make_shared<const Parts>(text));
 }
 
 std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
@@ -338,7 +341,7 @@ std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
     }
     auto absolute = std::make_unique<const Parts::Resolved>(
         Parts::Resolved{base, resolved(reference, split(base.absoluteString()))});
-    return URL(std::make_shared<const Parts>(Parts{std::string(text), std::move(absolute)}));
+    return URL(std::make_shared<const Parts>(text, std::move(absolute)));
 }
 
 const std::string& URL::absoluteString() const {
