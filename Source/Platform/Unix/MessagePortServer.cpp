@@ -1,5 +1,6 @@
 #include "Platform/Unix/MessagePortServer.h"
 
+#include "Platform/Unix/FrameWriter.h"
 #include "Platform/Unix/UnixDispatch.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
 
@@ -60,9 +60,8 @@ struct MessagePortServer::Connection final : EventSource {
     std::uint32_t watchedEvents = 0;
     FrameReader reader;
     std::size_t largeBytes = 0;
-    std::array<std::uint8_t, kFrameHeaderBytes> replyHeader{};
     Bytes reply;
-    std::size_t written = 0;
+    FrameWriter writer; ///< of the reply
 };
 
 LocalMessagePort::LocalMessagePort(std::string name, PortFolder::Listener listener,
@@ -340,6 +339,9 @@ void MessagePortServer::onRoundEnd() {
 // A sender connects for a request when it has sent all of the one before, so that the older
 // connections of the sender of a complete request now yield theirs.
 void MessagePortServer::readPredecessors() {
+    if (connections_.size() == 1) {
+        return;
+    }
     std::vector<pid_t> senders;
     for (auto next = connections_.rbegin(); next != connections_.rend(); ++next) {
         Connection& connection = **next;
@@ -385,8 +387,8 @@ void MessagePortServer::reply(Connection& connection, bool isRefusal, std::optio
     header.messageID = request.messageID;
     header.number = request.number;
     header.dataBytes = data ? static_cast<std::uint32_t>(data->size()) : 0;
-    connection.replyHeader = encodedHeader(header);
     connection.reply = data ? std::move(*data) : Bytes();
+    connection.writer = FrameWriter(header, connection.reply);
     connection.phase = Connection::Phase::writing;
     write(connection);
     if (connection.phase != Connection::Phase::writing) {
@@ -410,29 +412,15 @@ void MessagePortServer::reply(Connection& connection, bool isRefusal, std::optio
 }
 
 void MessagePortServer::write(Connection& connection) {
-    const std::size_t total = kFrameHeaderBytes + connection.reply.size();
-    while (connection.written < total) {
-        const std::size_t headerWritten = std::min(connection.written, kFrameHeaderBytes);
-        const std::size_t dataWritten = connection.written - headerWritten;
-        std::array<iovec, 2> parts{
-            iovec{connection.replyHeader.data() + headerWritten, kFrameHeaderBytes - headerWritten},
-            iovec{connection.reply.data() + dataWritten, connection.reply.size() - dataWritten}};
-        msghdr message{};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        const ssize_t count = sendmsg(connection.fd.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            if (errno == EAGAIN) {
-                watch(connection, EPOLLOUT);
-            } else {
-                drop(connection);
-            }
+    while (!connection.writer.isDone()) {
+        if (connection.writer.write(connection.fd.get()) >= 0 || errno == EINTR) {
+            continue;
+        }
+        if (errno == EAGAIN) {
+            watch(connection, EPOLLOUT);
             return;
         }
-        connection.written += static_cast<std::size_t>(count);
+        break;
     }
     drop(connection);
 }

@@ -178,6 +178,11 @@ std::string PortFolder::fileName(std::string_view name) {
     return text;
 }
 
+std::shared_ptr<const OwnedFd> PortFolder::lastFolder() const {
+    const MutexLock lock(mutex_);
+    return folder_;
+}
+
 std::shared_ptr<const OwnedFd> PortFolder::folder() const {
     const MutexLock lock(mutex_);
     if (folder_ == nullptr || !runtimeFolder_.isStillGood(folder_->get())) {
@@ -234,15 +239,20 @@ PortFolder::Connection PortFolder::connect(std::string_view name,
     if (name.empty() || name.size() > kMaxNameBytes) {
         return {};
     }
-    const auto opened = folder();
-    if (opened == nullptr) {
-        return {};
-    }
     const std::string file = fileName(name);
-    if (!isFileOf(opened->get(), file, name)) {
-        return {};
+    const auto connectIn = [&](int folder) {
+        return isFileOf(folder, file, name) ? connectFile(folder, file, deadline) : Connection();
+    };
+    // The folder of last time is looked at anew while the process on the other side wakes up:
+    // nothing has been sent by then.
+    if (const auto last = lastFolder()) {
+        Connection connection = connectIn(last->get());
+        if (runtimeFolder_.isStillGood(last->get())) {
+            return connection;
+        }
     }
-    return connectFile(opened->get(), file, deadline);
+    const auto opened = folder();
+    return opened != nullptr ? connectIn(opened->get()) : Connection();
 }
 
 std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std::string* problem) {

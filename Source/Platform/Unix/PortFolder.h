@@ -77,6 +77,8 @@ public:
 private:
     /// The opened folder, checked this very moment; null when there is none that is good.
     std::shared_ptr<const OwnedFd> folder() const;
+    /// What that gave last, unchecked; null before.
+    std::shared_ptr<const OwnedFd> lastFolder() const;
     Connection connectFile(int folder, const std::string& file,
                            std::optional<Deadline> deadline) const;
     /// Removes what dead owners left, so that it does not add up. Under the takers' lock.

@@ -2,6 +2,7 @@
 
 #include "Core/Base/Mutex.h"
 #include "Platform/Unix/FrameReader.h"
+#include "Platform/Unix/FrameWriter.h"
 #include "Platform/Unix/MessagePortServer.h"
 #include "Platform/Unix/UnixDispatch.h"
 
@@ -14,7 +15,6 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <utility>
 
 namespace corvid {
@@ -76,28 +76,17 @@ enum class WriteResult { written, closedBefore, closedDuring, timedOut };
 
 WriteResult writeRequest(int fd, const FrameHeader& header, ByteView data,
                          const Deadline& deadline) {
-    auto headerBytes = encodedHeader(header);
-    const std::size_t total = headerBytes.size() + data.size();
-    std::size_t written = 0;
-    while (written < total) {
-        const std::size_t headerWritten = std::min(written, headerBytes.size());
-        const std::size_t dataWritten = written - headerWritten;
-        // sendmsg() does not write to what it is given.
-        std::array<iovec, 2> parts{
-            iovec{headerBytes.data() + headerWritten, headerBytes.size() - headerWritten},
-            iovec{const_cast<std::uint8_t*>(data.data()) + dataWritten, data.size() - dataWritten}};
-        msghdr message{};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        const ssize_t count = sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count >= 0) {
-            written += static_cast<std::size_t>(count);
-        } else if (errno == EAGAIN) {
+    FrameWriter writer(header, data);
+    while (!writer.isDone()) {
+        if (writer.write(fd) >= 0) {
+            continue;
+        }
+        if (errno == EAGAIN) {
             if (!waitFor(fd, POLLOUT, deadline)) {
                 return WriteResult::timedOut;
             }
         } else if (errno != EINTR) {
-            return written == 0 ? WriteResult::closedBefore : WriteResult::closedDuring;
+            return writer.hasBegun() ? WriteResult::closedDuring : WriteResult::closedBefore;
         }
     }
     return WriteResult::written;
