@@ -34,6 +34,10 @@ class FileManager:
         other.modules = folder
         return other
 
+    def with_ready_module(self):
+        """The same with a module that has all its answers from the start."""
+        return self.with_modules(BUILD / "tests/ready-modules" / self.name)
+
     def missing(self):
         """Why it cannot be run, as a sentence; empty when it can."""
         if not shutil.which(self.command[0]):

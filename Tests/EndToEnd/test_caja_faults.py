@@ -18,7 +18,7 @@ from file_managers import CAJA
 
 NOT_ANSWERING = "Corvid is not answering"
 # Caja with a module that has everything ready, and with none.
-READY = CAJA.with_modules(BUILD / "tests/ready-module")
+READY = CAJA.with_ready_module()
 ALONE = CAJA.with_modules(BUILD / "tests/no-module")
 FLOOD_SECONDS = os.environ.get("CORVID_FLOOD_SECONDS", "2")
 ENTRIES = 5000

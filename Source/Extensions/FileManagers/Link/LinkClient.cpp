@@ -2,19 +2,23 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/inotify.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace corvid::link {
 
 namespace {
 
-constexpr std::chrono::milliseconds kFirstPause{100};
+/// A socket is there a moment before somebody listens to it.
+constexpr std::chrono::milliseconds kBeforeListening{100};
 constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// A link that held this long was a good one: the next loss is tried again soon.
 constexpr std::chrono::seconds kGoodTime{10};
@@ -32,7 +36,7 @@ void drain(int fd) {
 LinkClient::LinkClient(Delegate& delegate, Options options)
     : delegate_(delegate), options_(std::move(options)), epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
-      wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), pause_(kFirstPause) {
+      wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), pause_(options_.firstPause) {
     await(timer_.get(), EPOLLIN, true);
     await(wakeFd_.get(), EPOLLIN, true);
 }
@@ -64,6 +68,7 @@ void LinkClient::connect() {
         }
         return;
     }
+    folderEvents_.reset();
     channel_.emplace(std::move(socket));
     awaitsRoom_ = false;
     await(channel_->fd(), EPOLLIN, true);
@@ -116,6 +121,8 @@ void LinkClient::dispatch() {
                 mayStart_ = true;
                 connect();
             }
+        } else if (fd == folderEvents_.get()) {
+            readFolderEvents();
         } else if (starter_ && fd == starter_->fd()) {
             pollStarter();
         } else if (channel_ && fd == channel_->fd()) {
@@ -171,16 +178,59 @@ void LinkClient::handle(Message message) {
 
 void LinkClient::lose(const std::string& reason) {
     if (state_ == State::up && std::chrono::steady_clock::now() - upSince_ > kGoodTime) {
-        pause_ = kFirstPause;
+        pause_ = options_.firstPause;
     }
     channel_.reset();
     state_ = State::waiting;
-    itimerspec when{};
-    when.it_value.tv_sec = pause_.count() / 1000;
-    when.it_value.tv_nsec = (pause_.count() % 1000) * 1'000'000;
-    ::timerfd_settime(timer_.get(), 0, &when, nullptr);
+    startTimer(pause_);
     pause_ = std::min(2 * pause_, kLongestPause);
+    watchForExtension();
     delegate_.linkDown(reason);
+}
+
+void LinkClient::startTimer(std::chrono::milliseconds pause) {
+    itimerspec when{};
+    when.it_value.tv_sec = pause.count() / 1000;
+    when.it_value.tv_nsec = (pause.count() % 1000) * 1'000'000;
+    ::timerfd_settime(timer_.get(), 0, &when, nullptr);
+}
+
+/// Has the system tell when the extension's socket comes, or the folder that it will be in. Where
+/// it cannot, the timer alone has the connection tried again.
+void LinkClient::watchForExtension() {
+    constexpr std::uint32_t kComing = IN_CREATE | IN_MOVED_TO | IN_ONLYDIR;
+    folderEvents_ = OwnedFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!folderEvents_) {
+        return;
+    }
+    const std::string& folder = options_.runtimeFolder.path();
+    awaitedName_ = kSocketName;
+    if (::inotify_add_watch(folderEvents_.get(), folder.c_str(), kComing) < 0) {
+        const std::size_t slash = folder.rfind('/');
+        awaitedName_ = folder.substr(slash + 1);
+        ::inotify_add_watch(folderEvents_.get(), folder.substr(0, slash).c_str(), kComing);
+    }
+    await(folderEvents_.get(), EPOLLIN, true);
+}
+
+void LinkClient::readFolderEvents() {
+    // Aligned as the kernel writes it (inotify(7)).
+    alignas(inotify_event) std::array<char, 4096> buffer{};
+    bool hasCome = false;
+    ssize_t size = 0;
+    while ((size = ::read(folderEvents_.get(), buffer.data(), buffer.size())) > 0) {
+        for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(size);) {
+            inotify_event event{};
+            std::memcpy(&event, buffer.data() + at, sizeof event);
+            const char* const name = buffer.data() + at + sizeof event;
+            hasCome = hasCome || (event.len > 0 && awaitedName_ == name);
+            at += sizeof event + event.len;
+        }
+    }
+    if (hasCome && state_ == State::waiting) {
+        pause_ = options_.firstPause;
+        startTimer(kBeforeListening);
+    }
 }
 
 void LinkClient::wake() {

@@ -17,7 +17,7 @@ namespace corvid::link {
 /// calls dispatch(), on one thread, on which everything else is called as well.
 ///
 /// It connects to the extension, starts it when there is none, and connects anew, later each time,
-/// when the connection is lost.
+/// when the connection is lost; at once when somebody else has started the extension.
 class LinkClient {
 public:
     /// What comes from the other end; called from within dispatch().
@@ -43,6 +43,8 @@ public:
         std::uint16_t oldestVersion = kOldestVersion;
         std::uint16_t newestVersion = kNewestVersion;
         RuntimeFolder runtimeFolder = RuntimeFolder::ofThisUser();
+        /// Until it is tried anew to connect; each further time twice as long, 30 s at most.
+        std::chrono::milliseconds firstPause{100};
     };
 
     /// Nothing happens before open(). `delegate` must outlive this.
@@ -75,6 +77,9 @@ private:
     void receive();
     void handle(Message message);
     void lose(const std::string& reason);
+    void startTimer(std::chrono::milliseconds pause);
+    void watchForExtension();
+    void readFolderEvents();
     void flush();
 
     Delegate& delegate_;
@@ -82,6 +87,8 @@ private:
     OwnedFd epoll_;
     OwnedFd timer_;
     OwnedFd wakeFd_;
+    OwnedFd folderEvents_;    ///< while waiting, if the system has any to give
+    std::string awaitedName_; ///< of the file whose coming is news
     State state_ = State::closed;
     bool mayStart_ = true; ///< the extension has not been started since the link was last lost
     bool awaitsRoom_ = false;

@@ -35,8 +35,9 @@ constexpr std::chrono::seconds kPatience{60};
 class FrontEnd : private LinkClient::Delegate {
 public:
     explicit FrontEnd(const RuntimeFolder& folder, std::uint16_t oldest = kOldestVersion,
-                      std::uint16_t newest = kNewestVersion, std::string program = {})
-        : client(*this, {"test", std::move(program), {}, oldest, newest, folder}),
+                      std::uint16_t newest = kNewestVersion, std::string program = {},
+                      std::chrono::milliseconds firstPause = std::chrono::milliseconds(100))
+        : client(*this, {"test", std::move(program), {}, oldest, newest, folder, firstPause}),
           cache(client, [this](const std::string&, const std::vector<std::string>& names,
                                BadgeCache::Change change) {
               ++redraws;
@@ -210,6 +211,21 @@ TEST_F(LinkTest, ConnectsAnewAndAsksAgain) {
     frontEnd.until([&] { return frontEnd.cache.badge("/v", "a", false) == "error"; });
     EXPECT_EQ(frontEnd.lastChange, BadgeCache::Change::otherBadge);
     EXPECT_EQ(frontEnd.ups, 2);
+}
+
+TEST_F(LinkTest, FindsAnExtensionThatSomebodyElseStarts) {
+    FrontEnd beforeTheFolder(folder_, kOldestVersion, kNewestVersion, {}, std::chrono::hours(1));
+    folder_.open(RuntimeFolder::IfMissing::create);
+    FrontEnd beforeTheSocket(folder_, kOldestVersion, kNewestVersion, {}, std::chrono::hours(1));
+    for (FrontEnd* const frontEnd : {&beforeTheFolder, &beforeTheSocket}) {
+        EXPECT_EQ(frontEnd->loss, "The extension is not running.");
+    }
+    const Serving serving(folder_, script_);
+    beforeTheSocket.untilVolume();
+    EXPECT_EQ(beforeTheSocket.volume, "/v");
+    // It learns of the folder, looks into it, and then finds the socket there.
+    beforeTheFolder.untilVolume();
+    EXPECT_EQ(beforeTheFolder.volume, "/v");
 }
 
 TEST_F(LinkTest, AFrontEndOfAnotherTimeIsToldToRestart) {
