@@ -3,7 +3,10 @@
 #include "Core/Archive/NameTable.h"
 
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string_view>
 
 /// The names that keyed archives of the platform use: those of the container, and those that its
@@ -95,6 +98,12 @@ public:
             throw name;
         }
     }
+    /// The key that turns into `number`.
+    static constexpr Key numbered(std::size_t number) {
+        Key key;
+        key.number_ = static_cast<std::uint8_t>(number);
+        return key;
+    }
     /// For a key that was read.
     static constexpr Key found(Name name) {
         Key key;
@@ -109,6 +118,39 @@ public:
 
 private:
     std::uint8_t number_ = kKnown.kNone;
+};
+
+/// Some keys; the unknown key, which stands for many, may be one of them.
+class KeySet {
+public:
+    constexpr KeySet() = default;
+    constexpr KeySet(std::initializer_list<Key> keys) {
+        for (const Key key : keys) {
+            insert(key);
+        }
+    }
+
+    constexpr void insert(Key key) { bits_ |= bit(key); }
+    constexpr bool contains(Key key) const { return (bits_ & bit(key)) != 0; }
+    constexpr KeySet commonWith(KeySet other) const {
+        KeySet common;
+        common.bits_ = bits_ & other.bits_;
+        return common;
+    }
+
+    constexpr bool isEmpty() const { return bits_ == 0; }
+    /// Takes out the first key in the order of kKnown; not when empty.
+    constexpr Key takeFirst() {
+        const Key first = Key::numbered(static_cast<std::size_t>(std::countr_zero(bits_)));
+        bits_ &= bits_ - 1;
+        return first;
+    }
+
+private:
+    static_assert(kKnown.kNone < 64);
+    static constexpr std::uint64_t bit(Key key) { return std::uint64_t{1} << key; }
+
+    std::uint64_t bits_ = 0;
 };
 
 } // namespace corvid::keys

@@ -154,8 +154,8 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::ui
         owner.charge(wanted * sizeof(RawField));
         owner.rawFields_.reserve(wanted);
     }
-    std::uint64_t repeated = 0;
-    std::uint64_t seen = 0;
+    bool isRepeated = false;
+    keys::KeySet seen;
     for (std::size_t i = 0; i < count_; ++i) {
         const Ref key = list.key(dictionary, i);
         std::string_view text = list.shortASCII(key);
@@ -167,11 +167,11 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::ui
         const Ref value = list.value(dictionary, i);
         owner.rawFields_.push_back({text, value, known});
         values_[known] = value;
-        repeated |= seen & bit(known);
-        seen |= bit(known);
+        isRepeated |= seen.contains(known);
+        seen.insert(known);
     }
-    seen_ = seen;
-    if (repeated != 0) {
+    keys_ = seen;
+    if (isRepeated) {
         checkDistinct();
     }
 }
@@ -698,8 +698,7 @@ Value KeyedUnarchiver::readMenu(const Class& type, const Fields& fields) {
     menu->archivedClass = type.described;
     openValue(fields.uid()) = Value::menu(menu);
     std::vector<Field> otherFields;
-    for (std::size_t i = 0; i < fields.count(); ++i) {
-        const RawField field = fields.at(i);
+    const auto read = [&](const RawField& field) {
         switch (field.known) {
         case Key(keys::kTitle):
             menu->title = text(fields, field, otherFields).value_or("");
@@ -707,15 +706,12 @@ Value KeyedUnarchiver::readMenu(const Class& type, const Fields& fields) {
         case Key(keys::kNoAutoenable):
             menu->autoenablesItems = !boolean(fields, field);
             break;
-        case Key(keys::kMenuItems):
-            readItems(*menu, fields, field);
-            break;
-        case Key(keys::kClass):
-            break;
         default:
-            keep(otherFields, fields, field);
+            readItems(*menu, fields, field);
         }
-    }
+    };
+    fields.forEach({keys::kTitle, keys::kNoAutoenable, keys::kMenuItems}, read,
+                   [&](const RawField& field) { keep(otherFields, fields, field); });
     menu->otherFields = share(std::move(otherFields));
     return Value::menu(std::move(menu));
 }
@@ -744,15 +740,20 @@ Value KeyedUnarchiver::readMenuItem(const Class& type, const Fields& fields) {
     item->archivedClass = type.described;
     openValue(fields.uid()) = Value::menuItem(item);
     std::vector<Field> otherFields;
-    for (std::size_t i = 0; i < fields.count(); ++i) {
-        readMenuItemField(*item, otherFields, fields, fields.at(i));
-    }
+    static constexpr keys::KeySet kMembers{
+        keys::kTitle,    keys::kKeyEquivalent, keys::kModifierMask, keys::kMnemonicLocation,
+        keys::kTag,      keys::kState,         keys::kIndentation,  keys::kIsDisabled,
+        keys::kIsHidden, keys::kIsAlternate,   keys::kIsSeparator,  keys::kToolTip,
+        keys::kAction,   keys::kTarget,        keys::kSubmenu,      keys::kMenu};
+    fields.forEach(
+        kMembers, [&](const RawField& field) { readMember(*item, otherFields, fields, field); },
+        [&](const RawField& field) { keep(otherFields, fields, field); });
     item->otherFields = share(std::move(otherFields));
     return Value::menuItem(std::move(item));
 }
 
-void KeyedUnarchiver::readMenuItemField(MenuItem& item, std::vector<Field>& otherFields,
-                                        const Fields& fields, const RawField& field) {
+void KeyedUnarchiver::readMember(MenuItem& item, std::vector<Field>& otherFields,
+                                 const Fields& fields, const RawField& field) {
     switch (field.known) {
     case Key(keys::kTitle):
         item.title = text(fields, field, otherFields).value_or("");
@@ -822,11 +823,8 @@ void KeyedUnarchiver::readMenuItemField(MenuItem& item, std::vector<Field>& othe
         }
         break;
     }
-    case Key(keys::kClass):
-    case Key(keys::kMenu): // The menu that an item stands in says so itself.
-        break;
     default:
-        keep(otherFields, fields, field);
+        break; // NSMenu: the menu that an item stands in says so itself.
     }
 }
 

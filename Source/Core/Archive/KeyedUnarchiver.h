@@ -83,25 +83,40 @@ private:
         }
         /// Absent when the object has no such key.
         Item find(Key key) const {
-            return (seen_ & bit(key)) != 0 ? owner_.list_.item(values_[key]) : Item{};
+            return keys_.contains(key) ? owner_.list_.item(values_[key]) : Item{};
         }
         /// Nothing when the object has no such key, or no reference under it.
         std::optional<std::uint64_t> findUID(Key key) const {
-            return (seen_ & bit(key)) != 0 ? owner_.list_.uid(values_[key]) : std::nullopt;
+            return keys_.contains(key) ? owner_.list_.uid(values_[key]) : std::nullopt;
+        }
+        /// Calls `read` with the fields under `members`, in an order that is not the archive's,
+        /// then `keep` with the others as they come, `$class` left out. So it is no matter of the
+        /// archive's order which of two objects that name each other is found to be a part of the
+        /// other: the writer has its own order, and what it writes must read the same.
+        template <class Read, class Keep>
+        void forEach(keys::KeySet members, Read read, Keep keep) const {
+            for (auto left = keys_.commonWith(members); !left.isEmpty();) {
+                const Key key = left.takeFirst();
+                read(RawField{key.text(), values_[key], key});
+            }
+            members.insert(keys::kClass);
+            for (std::size_t i = 0; i < count_; ++i) {
+                if (const RawField field = at(i); !members.contains(field.known)) {
+                    keep(field);
+                }
+            }
         }
         Item require(Key key) const;
 
     private:
         static constexpr std::size_t kKnownKeys = keys::kKnown.kNone + 1; // And all others as one.
-        static_assert(kKnownKeys <= 64);
-        static std::uint64_t bit(Key key) { return std::uint64_t{1} << key; }
         void checkDistinct() const;
 
         KeyedUnarchiver& owner_;
         std::size_t first_;
         std::size_t count_;
         std::uint64_t uid_;
-        std::uint64_t seen_ = 0;             ///< which of `values_` are set
+        keys::KeySet keys_;                  ///< which of `values_` are set
         std::array<Ref, kKnownKeys> values_; ///< by key; not initialised
     };
 
@@ -147,8 +162,8 @@ private:
     Value readMenu(const Class& type, const Fields& fields);
     void readItems(Menu& menu, const Fields& fields, const RawField& field);
     Value readMenuItem(const Class& type, const Fields& fields);
-    void readMenuItemField(MenuItem& item, std::vector<Field>& otherFields, const Fields& fields,
-                           const RawField& field);
+    void readMember(MenuItem& item, std::vector<Field>& otherFields, const Fields& fields,
+                    const RawField& field);
     void settleTargets();
 
     const Class& classOf(const Fields& fields);
