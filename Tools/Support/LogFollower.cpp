@@ -1,13 +1,12 @@
 #include "Support/LogFollower.h"
 
+#include "Core/Base/FileContents.h"
 #include "Support/LogFiles.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <sys/inotify.h>
 #include <system_error>
 #include <unistd.h>
@@ -37,8 +36,7 @@ void LogFollower::readLast(std::size_t count) {
     const std::vector<LogFileInfo> files = logFilesIn(folder_);
     std::vector<std::string> last;
     for (const LogFileInfo& file : files) {
-        std::ifstream in(file.path, std::ios::binary);
-        const std::string contents{std::istreambuf_iterator<char>(in), {}};
+        const std::string contents = readFile(file.path).value_or("");
         const std::size_t end = contents.rfind('\n') + 1;
         Followed& followed = files_[file.name];
         followed.offset = contents.size();

@@ -1,3 +1,4 @@
+#include "Core/Base/FileContents.h"
 #include "Tools/corvid-host/Commands.h"
 #include "Tools/corvid-host/EventLog.h"
 #include "Tools/corvid-host/Rules/Rules.h"
@@ -34,17 +35,12 @@ File openFile(const std::string& path, const char* mode) {
 }
 
 Rules readRules(const std::string& path) {
-    const File file = openFile(path, "re");
-    std::string text;
-    std::string buffer(64 * 1024, '\0');
-    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
-        text.append(buffer, 0, count);
-    }
-    if (std::ferror(file.get()) != 0) {
+    const auto text = readFile(path);
+    if (!text) {
         throw std::runtime_error(
             fmt::format("{} cannot be read: {}; name a file of rules", path, std::strerror(errno)));
     }
-    auto parsed = Rules::parse(text);
+    auto parsed = Rules::parse(*text);
     if (const auto* error = std::get_if<RulesError>(&parsed)) {
         throw std::runtime_error(
             fmt::format("{}:{}:{}: {}", path, error->line, error->column, error->text));

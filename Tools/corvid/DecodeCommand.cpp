@@ -2,17 +2,19 @@
 
 #include "Core/Archive/KeyedArchive.h"
 #include "Core/Archive/PropertyList.h"
+#include "Core/Base/FileContents.h"
 #include "Support/ArchiveNotation.h"
 #include "Support/ArchiveTree.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace corvid {
@@ -31,25 +33,17 @@ struct Failure {
     Notation at;
 };
 
-std::optional<Bytes> contents(const std::string& file, Failure& failure) {
-    std::ifstream opened;
-    if (file != "-") {
-        opened.open(file, std::ios::binary);
-    }
-    std::istream& in = file == "-" ? std::cin : opened;
-    Bytes bytes;
-    errno = 0;
-    if (in) {
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    if (!in || in.bad() || errno != 0) {
+std::optional<std::string> contents(const std::string& file, Failure& failure) {
+    auto result = file == "-" ? readToEnd(stdin) : readFile(file);
+    if (!result) {
         failure = {"unreadable", std::string("cannot be read: ") + std::strerror(errno), nullptr};
-        return std::nullopt;
     }
-    return bytes;
+    return result;
 }
 
-std::optional<Value> decoded(const Bytes& bytes, Failure& failure) {
+std::optional<Value> decoded(std::string_view contents, Failure& failure) {
+    // Bytes may be looked at as characters.
+    const ByteView bytes(reinterpret_cast<const std::uint8_t*>(contents.data()), contents.size());
     ArchiveError error;
     auto value = unarchivedObject(bytes, &error);
     if (!value && error.code == ArchiveError::Code::notAnArchive) {
@@ -77,8 +71,8 @@ std::optional<Notation> notation(const Value& value, Failure& failure) {
 
 bool show(const std::string& file, const DecodeOptions& options) {
     Failure failure;
-    const auto bytes = contents(file, failure);
-    const auto value = bytes ? decoded(*bytes, failure) : std::nullopt;
+    const auto read = contents(file, failure);
+    const auto value = read ? decoded(*read, failure) : std::nullopt;
     if (!options.json) {
         if (!value) {
             std::cerr << "corvid decode: " << file << ": " << failure.sentence << '\n';

@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "App/Reporting/LogRedactor.h"
+#include "Core/Base/FileContents.h"
 #include "Core/Base/PrintableText.h"
 #include "Platform/Unix/UnixFileManager.h"
 #include "Platform/Unix/VolumeFile.h"
@@ -20,7 +21,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -210,10 +210,10 @@ std::string about(const std::vector<LogFileInfo>& files, bool isRedacted) {
 }
 
 std::string contentsOf(const LogFileInfo& file, const LogRedactor* redactor) {
-    std::ifstream in(file.path, std::ios::binary);
     if (redactor == nullptr) {
-        return {std::istreambuf_iterator<char>(in), {}};
+        return readFile(file.path).value_or("");
     }
+    std::ifstream in(file.path, std::ios::binary);
     std::string contents;
     for (std::string line; std::getline(in, line);) {
         contents += redactor->redacted(line) + '\n';

@@ -1,11 +1,10 @@
 #include "Platform/Unix/StringTables.h"
 
+#include "Core/Base/FileContents.h"
 #include "Core/Base/UTF8.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace corvid {
 
@@ -194,11 +193,6 @@ void appendNames(std::vector<std::string>& names, std::string_view localeName) {
     names.emplace_back(isTraditional ? "zh-Hant" : "zh-Hans");
 }
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 } // namespace
 
 std::optional<StringTable> parseStringTable(std::string_view source) {
@@ -263,8 +257,8 @@ StringTables::StringTables(const std::string& resourceFolder, std::vector<std::s
             std::filesystem::path(resourceFolder) / (language + ".lproj");
         std::error_code error;
         if (std::filesystem::is_directory(folder, error)) {
-            table_ =
-                parseStringTable(readFile(folder / "Localizable.strings")).value_or(StringTable());
+            table_ = parseStringTable(readFile(folder / "Localizable.strings").value_or(""))
+                         .value_or(StringTable());
             return;
         }
     }

@@ -152,7 +152,7 @@ TEST_F(RulesHostTest, mistakeIsSaidWithItsPlaceAndNothingIsStarted) {
     EXPECT_EQ(host.wait(), 1);
     EXPECT_FALSE(std::filesystem::exists(top_ / "record"));
     HostProcess missing({CORVID_BIN_DIR "/corvid-host", "rules", rules + "-not"});
-    EXPECT_THAT(missing.waitForLine("corvid-host:"), HasSubstr("cannot be opened"));
+    EXPECT_THAT(missing.waitForLine("corvid-host:"), HasSubstr("cannot be read"));
     EXPECT_EQ(missing.wait(), 1);
 }
 
