@@ -223,7 +223,7 @@ class OfAnotherTime(FileManagerCase):
 
     def check_note(self, extension, window):
         window.item("a.txt")
-        self.assertTrue(extension.refused.wait(PATIENCE))
+        self.assertTrue(extension.refused.wait(PATIENCE), window.said())
         window.open_menu("a.txt")
         note = window.entry("Restart the file manager")
         self.assertFalse(note.get_state_set().contains(Atspi.StateType.SENSITIVE))

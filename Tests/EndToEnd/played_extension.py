@@ -32,9 +32,13 @@ class PlayedExtension:
         self.listener = socket.socket(socket.AF_UNIX)
         self.listener.bind(str(world.runtime / "finder-link"))
         self.listener.listen()
-        threading.Thread(target=self._serve, daemon=True).start()
+        self.server = threading.Thread(target=self._serve, daemon=True)
+        self.server.start()
 
     def close(self):
+        # Closed under the thread's accept(), the number could be that of the next one's listener.
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.server.join()
         self.listener.close()
 
     def _serve(self):
