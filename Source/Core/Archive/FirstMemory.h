@@ -11,8 +11,7 @@ namespace corvid {
 /// Memory for the few vectors of one piece of work: the first bytes lie in this object, so that a
 /// small message is read or written without a further allocation; what does not fit comes from the
 /// heap and goes back there when it is released, so that a large one takes no more than it needs.
-/// One thread. No std::pmr::memory_resource, whose calls cannot be inlined: a small message would
-/// spend a tenth of its time in them.
+/// One thread. No std::pmr::memory_resource, whose calls cannot be inlined.
 class FirstMemory {
 public:
     FirstMemory(const FirstMemory&) = delete;
