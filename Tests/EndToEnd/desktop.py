@@ -311,10 +311,12 @@ class Probe:
 
     FIELDS = struct.Struct("QQQQ QQQ QQQ Q")
 
-    def __init__(self, path):
-        self.path = path
-        path.write_bytes(bytes(self.FIELDS.size))
-        with open(path, "r+b") as file:
+    def __init__(self, folder):
+        # A file of its own, for a running process has its own mapped.
+        with tempfile.NamedTemporaryFile(prefix="probe-", dir=folder, delete=False) as file:
+            file.write(bytes(self.FIELDS.size))
+            file.flush()
+            self.path = Path(file.name)
             self.memory = mmap.mmap(file.fileno(), self.FIELDS.size)
 
     def restart(self):
@@ -338,7 +340,7 @@ class Window:
 
     def __init__(self, desktop, manager, world, folder=None, extension=True):
         self.desktop, self.manager, self.world = desktop, manager, world
-        self.probe = Probe(world.scratch / "probe")
+        self.probe = Probe(world.scratch)
         self.environment = {
             **environment_of(manager, world, extension),
             "DISPLAY": os.environ["DISPLAY"], "GDK_BACKEND": "x11",
@@ -365,19 +367,17 @@ class Window:
 
     def said(self):
         self.messages.seek(0)
-        return self.messages.read().strip()
+        ended = self.process.poll()
+        return (f"{self.manager.name} said {self.messages.read().strip()!r}" +
+                ("" if ended is None else f" and ended with {ended}"))
 
     # What is in it, by accessible names.
 
     PASSED_OVER = ("menu bar", "tool bar", "status bar")
 
     def application(self):
-        desktop = Atspi.get_desktop(0)
-        for index in range(desktop.get_child_count()):
-            child = desktop.get_child_at_index(index)
-            if child is not None and child.get_process_id() == self.process.pid:
-                return child
-        return None
+        return next((child for child in children_of(Atspi.get_desktop(0))
+                     if child.get_process_id() == self.process.pid), None)
 
     def walk(self, accessible=None):
         """What can be seen and what is in it, outermost first."""
@@ -385,13 +385,14 @@ class Window:
         if accessible is None:
             return
         yield accessible
-        role = accessible.get_role_name()
-        if role in self.PASSED_OVER or role == "menu" and not is_showing(accessible):
-            return
-        for index in range(accessible.get_child_count()):
-            child = accessible.get_child_at_index(index)
-            if child is not None:
+        if not self.passes_over(accessible):
+            for child in children_of(accessible):
                 yield from self.walk(child)
+
+    def passes_over(self, accessible):
+        """Whether nothing in it is looked at."""
+        role = accessible.get_role_name()
+        return role in self.PASSED_OVER or role == "menu" and not is_showing(accessible)
 
     def tree(self):
         """All of it as text, for messages."""
@@ -537,6 +538,13 @@ class UnobservedWindow(Window):
         x, y = self.corvid_entry()
         self.desktop.click(x + 8, y + 8)
         return self.wait_for_menus(2)
+
+
+def children_of(accessible):
+    for index in range(accessible.get_child_count()):
+        child = accessible.get_child_at_index(index)
+        if child is not None:
+            yield child
 
 
 def is_showing(accessible):

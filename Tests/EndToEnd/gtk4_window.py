@@ -2,7 +2,7 @@
 in its own surface, not on the screen: the X server knows where the surfaces are. Each question goes
 to the program itself, so only what is needed is looked at."""
 
-from desktop import Atspi, GLib, Window, area_of, xerror
+from desktop import Atspi, GLib, Window, area_of, children_of, xerror
 
 
 class Gtk4Window(Window):
@@ -29,16 +29,9 @@ class Gtk4Window(Window):
         del self.found[role, name]
         return None
 
-    def walk(self, accessible=None):
-        accessible = accessible or self.application()
-        if accessible is None:
-            return
-        yield accessible
-        if (accessible.get_role_name() in self.PASSED_OVER or
-                accessible.get_name() in self.BESIDE_THE_VIEW):
-            return
-        for child in children_of(accessible):
-            yield from self.walk(child)
+    def passes_over(self, accessible):
+        return (accessible.get_role_name() in self.PASSED_OVER or
+                accessible.get_name() in self.BESIDE_THE_VIEW)
 
     # Where things are.
 
@@ -149,13 +142,6 @@ class Gtk4Window(Window):
                         return popover[1][0] + x + width / 2, popover[1][1] + y + height / 2
                 return None
             self.desktop.click(*self.desktop.wait_for(place, f"the menu entry {title!r}"))
-
-
-def children_of(accessible):
-    for index in range(accessible.get_child_count()):
-        child = accessible.get_child_at_index(index)
-        if child is not None:
-            yield child
 
 
 def open_window(desktop, manager, world, **options):
