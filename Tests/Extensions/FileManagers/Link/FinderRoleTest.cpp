@@ -184,7 +184,11 @@ TEST_F(FinderRoleTest, WhatIsNotOnTheVolumeHasNoBadgeAndIsNotAskedAbout) {
 
 TEST_F(FinderRoleTest, PushesReachWhoShowsTheFolder) {
     start();
-    next<Volume>(kAnn);
+    // The extension names the folder first, and then one badge after the other.
+    nextWhere<BadgeKinds>(kAnn, [](const BadgeKinds& told) {
+        return std::ranges::any_of(
+            told.kinds, [](const BadgeKind& kind) { return kind.identifier == "error"; });
+    });
     begin(kAnn, "/home/ann/Corvid");
     role_.setBadgeIdentifier("error", *URL::fileURL("/Volumes/Corvid/d", true));
     EXPECT_THAT(next<Badges>(kAnn).items, ElementsAre(ItemBadge{"d", "error", false}));
@@ -335,9 +339,13 @@ TEST_F(FinderRoleTest, SaysHowTheHostIs) {
 }
 
 TEST_F(FinderRoleTest, TriesAgainAfterAFailureAndAsksAgain) {
+    const auto isPresent = [](const HostStateChange& host) {
+        return host.state == HostState::present;
+    };
     start();
     next<Volume>(kAnn);
     role_.hostAppeared();
+    nextWhere<HostStateChange>(kAnn, isPresent);
     begin(kAnn, "/home/ann/Corvid");
     script_.badges = {{"a", "cloud"}};
     script_.setHost(Script::Host::answers);
@@ -354,8 +362,7 @@ TEST_F(FinderRoleTest, TriesAgainAfterAFailureAndAsksAgain) {
     script_.setHost(Script::Host::answers);
     role_.retry();
     EXPECT_THAT(next<Badges>(kAnn).items, ElementsAre(ItemBadge{"a", "error", false}));
-    nextWhere<HostStateChange>(kAnn,
-                               [](const auto& host) { return host.state == HostState::present; });
+    nextWhere<HostStateChange>(kAnn, isPresent);
     EXPECT_FALSE(role_.isRetrying());
 }
 
