@@ -63,7 +63,7 @@ private:
 template <class T>
 class FirstAllocator {
 public:
-    using value_type = T;
+    using value_type = T; // NOLINT(readability-identifier-naming): the library's
 
     FirstAllocator(FirstMemory& memory) : memory_(&memory) {}
     template <class Other>
