@@ -10,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 namespace corvid::link {
