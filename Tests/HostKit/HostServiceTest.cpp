@@ -67,7 +67,7 @@ protected:
             const Dictionary& payload = *root->asDictionary();
             const std::lock_guard lock(mutex_);
             pushed_.push_back(std::to_string(id) + " " + *payload.find("badgeID")->asString() +
-                              " " + payload.find("path")->asURL()->absoluteString());
+                              " " + std::string(payload.find("path")->asURL()->absoluteString()));
             return FakeMessagePortService::Answer{};
         });
         send(kUpdatePortIDs, {{"portId", Value::string(name)}, {"register", Value::boolean(true)}});

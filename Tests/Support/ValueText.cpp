@@ -75,7 +75,7 @@ std::string valueText(const Value& value) {
         return "date " + std::to_string(date->secondsSinceReferenceDate);
     }
     if (const URL* url = value.asURL()) {
-        return "<" + url->absoluteString() + ">";
+        return "<" + std::string(url->absoluteString()) + ">";
     }
     if (const Array* array = value.asArray()) {
         return "[" + listText(array->elements) + "]";

@@ -6,18 +6,18 @@
 namespace corvid {
 
 BadgeVerdict badgeVerdict(const URL& item) {
-    const std::string& text = item.absoluteString();
+    const std::string_view text = item.absoluteString();
     if (item.path() == kVolumeRoot) {
-        return {false, "the watched folder itself has no badge", text};
+        return {false, "the watched folder itself has no badge", std::string(text)};
     }
     if (const auto reason = temporaryItemReason(text)) {
-        return {false, *reason, text};
+        return {false, *reason, std::string(text)};
     }
     const std::string_view parent = stringByDeletingLastPathComponent(text);
     if (const auto reason = temporaryItemReason(parent)) {
         return {false, *reason, std::string(parent)};
     }
-    return {true, {}, text};
+    return {true, {}, std::string(text)};
 }
 
 } // namespace corvid

@@ -71,7 +71,7 @@ void LogRedactor::addRoot(std::string_view folder) {
         return;
     }
     if (const auto url = URL::fileURL(folder)) {
-        roots_.push_back({url->absoluteString(), true});
+        roots_.push_back({std::string(url->absoluteString()), true});
     }
     roots_.push_back({printableText(folder), false});
 }

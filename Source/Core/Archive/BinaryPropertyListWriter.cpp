@@ -44,6 +44,10 @@ void putBigEndian64(std::uint8_t* bytes, std::uint64_t value) {
 
 // `width` is 1, 2, 4 or 8.
 void putBigEndian(std::uint8_t* out, std::uint64_t value, std::size_t width) {
+    if (width == 1) { // As nearly all are in small messages.
+        *out = byteOf(value);
+        return;
+    }
     for (std::size_t i = width; i-- > 0; value >>= 8U) {
         out[i] = byteOf(value);
     }
@@ -76,7 +80,7 @@ std::u16string utf16Of(std::string_view utf8) {
 
 BinaryPropertyListWriter::BinaryPropertyListWriter(std::size_t valueCount, std::size_t byteCount)
     : bytes_(kHeader.size() + byteCount), refWidth_(widthOf(valueCount)) {
-    offsets_.reserve(valueCount);
+    offsets_.resize(valueCount);
     std::ranges::copy(kHeader, extend(kHeader.size()));
 }
 
@@ -86,14 +90,14 @@ void BinaryPropertyListWriter::grow(std::size_t size) {
 
 std::uint8_t* BinaryPropertyListWriter::begin(unsigned kind, std::size_t count, std::size_t size) {
     begin();
-    if (count < 15) {
+    if (count < kLengthBehind) {
         std::uint8_t* const out = extend(1 + size);
         *out = byteOf(kind | count);
         return out + 1;
     }
     const std::size_t width = widthOf(count);
     std::uint8_t* const out = extend(2 + width + size);
-    out[0] = byteOf(kind | 15U);
+    out[0] = byteOf(kind | kLengthBehind);
     out[1] = byteOf(0x10U | log2Of(width));
     putBigEndian(out + 2, count, width);
     return out + 2 + width;
@@ -132,17 +136,17 @@ BinaryPropertyListWriter::Ref BinaryPropertyListWriter::uid(std::uint64_t uid) {
 }
 
 BinaryPropertyListWriter::Ref BinaryPropertyListWriter::data(ByteView bytes) {
-    copy(bytes.data(), bytes.size(), begin(0x40, bytes.size(), bytes.size()));
+    copy(bytes.data(), bytes.size(), begin(kData, bytes.size(), bytes.size()));
     return lastRef();
 }
 
 BinaryPropertyListWriter::Ref BinaryPropertyListWriter::text(std::string_view utf8) {
     if (isASCII(utf8)) {
-        copy(utf8.data(), utf8.size(), begin(0x50, utf8.size(), utf8.size()));
+        copy(utf8.data(), utf8.size(), begin(kASCII, utf8.size(), utf8.size()));
         return lastRef();
     }
     const std::u16string units = utf16Of(utf8);
-    std::uint8_t* out = begin(0x60, units.size(), 2 * units.size());
+    std::uint8_t* out = begin(kUTF16, units.size(), 2 * units.size());
     for (const char16_t unit : units) {
         putBigEndian(out, unit, 2);
         out += 2;
@@ -157,11 +161,11 @@ BinaryPropertyListWriter::container(unsigned kind, std::size_t count, std::size_
 }
 
 BinaryPropertyListWriter::Container BinaryPropertyListWriter::array(std::size_t count) {
-    return container(0xA0, count, count);
+    return container(kArray, count, count);
 }
 
 BinaryPropertyListWriter::Container BinaryPropertyListWriter::dictionary(std::size_t count) {
-    return container(0xD0, count, 2 * count);
+    return container(kDictionary, count, 2 * count);
 }
 
 void BinaryPropertyListWriter::setRef(std::size_t offset, Ref ref) {
@@ -179,8 +183,7 @@ void BinaryPropertyListWriter::setPair(const Container& dictionary, std::size_t 
 }
 
 void BinaryPropertyListWriter::dropLast() {
-    size_ = offsets_.back();
-    offsets_.pop_back();
+    size_ = offsets_[--valueCount_];
 }
 
 Bytes BinaryPropertyListWriter::finish(Ref top) {
@@ -189,16 +192,16 @@ Bytes BinaryPropertyListWriter::finish(Ref top) {
         throw std::length_error("property list");
     }
     const std::size_t offsetWidth = widthOf(table);
-    std::uint8_t* out = extend(offsets_.size() * offsetWidth + kTrailerBytes);
-    for (const std::uint64_t offset : offsets_) {
+    std::uint8_t* out = extend(valueCount_ * offsetWidth + kTrailerBytes);
+    for (std::size_t i = 0; i < valueCount_; ++i) {
         // Eight bytes at once, of which what follows overwrites those behind the offset.
-        putBigEndian64(out, offset << (64 - 8 * offsetWidth));
+        putBigEndian64(out, std::uint64_t{offsets_[i]} << (64 - 8 * offsetWidth));
         out += offsetWidth;
     }
     std::fill_n(out, 6, std::uint8_t{0});
     out[6] = byteOf(offsetWidth);
     out[7] = byteOf(refWidth_);
-    putBigEndian(out + 8, offsets_.size(), 8);
+    putBigEndian(out + 8, valueCount_, 8);
     putBigEndian(out + 16, top, 8);
     putBigEndian(out + 24, table, 8);
     bytes_.resize(size_);

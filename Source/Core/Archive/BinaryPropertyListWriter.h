@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -38,6 +39,17 @@ public:
     Ref data(ByteView bytes);
     /// `utf8`: bytes that are not UTF-8 become U+FFFD.
     Ref text(std::string_view utf8);
+    /// The text `kName`, which is ASCII and short. Half of what an archive says are such names, and
+    /// one whose length the compiler knows is written by a store or two.
+    template <const std::string_view& kName>
+    Ref name() {
+        static_assert(kName.size() < kLengthBehind);
+        const Ref ref = begin();
+        std::uint8_t* const out = extend(1 + kName.size());
+        *out = static_cast<std::uint8_t>(kASCII | kName.size());
+        std::memcpy(out + 1, kName.data(), kName.size());
+        return ref;
+    }
     Ref uid(std::uint64_t uid);
 
     Container array(std::size_t count);
@@ -45,7 +57,7 @@ public:
     void setElement(const Container& array, std::size_t index, Ref child);
     void setPair(const Container& dictionary, std::size_t index, Ref key, Ref value);
 
-    std::size_t valueCount() const { return offsets_.size(); }
+    std::size_t valueCount() const { return valueCount_; }
     /// Forgets the last value, which nothing may refer to.
     void dropLast();
 
@@ -54,11 +66,22 @@ public:
     Bytes finish(Ref top);
 
 private:
+    // The kinds of values whose marker holds their count, too, where it is below kLengthBehind.
+    static constexpr unsigned kData = 0x40;
+    static constexpr unsigned kASCII = 0x50;
+    static constexpr unsigned kUTF16 = 0x60;
+    static constexpr unsigned kArray = 0xA0;
+    static constexpr unsigned kDictionary = 0xD0;
+    static constexpr std::size_t kLengthBehind = 15;
+
     Ref begin() {
-        offsets_.push_back(static_cast<std::uint32_t>(size_)); // finish() sees that it fits.
-        return lastRef();
+        if (valueCount_ == offsets_.size()) {
+            offsets_.resize(2 * valueCount_ + 1);
+        }
+        offsets_[valueCount_] = static_cast<std::uint32_t>(size_); // finish() sees that it fits.
+        return valueCount_++;
     }
-    Ref lastRef() const { return offsets_.size() - 1; }
+    Ref lastRef() const { return valueCount_ - 1; }
     /// Room for `size` bytes at the end, to be written at once.
     std::uint8_t* extend(std::size_t size) {
         if (size > bytes_.size() - size_) {
@@ -75,12 +98,13 @@ private:
     Ref number(unsigned marker, std::uint64_t bits, std::size_t width);
     void setRef(std::size_t offset, Ref ref);
 
-    // The first `size_` bytes are written, the others room: so a vector costs no more than an
-    // array.
+    // The first `size_` bytes and the first `valueCount_` offsets are written, the others room: so
+    // a vector costs no more than an array.
     Bytes bytes_;
     std::size_t size_ = 0;
     FirstMemoryOf<1024> memory_;
     FirstVector<std::uint32_t> offsets_{memory_};
+    std::size_t valueCount_ = 0;
     std::size_t refWidth_;
 };
 

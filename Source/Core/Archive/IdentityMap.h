@@ -34,8 +34,11 @@ public:
 
 private:
     struct Entry {
-        Key key;
+        std::uint64_t bits;
+        Key::Kind kind;
         std::uint32_t number;
+
+        Key key() const { return {kind, bits}; }
     };
 
     /// The slot of `key`: that which leads to its entry, or the free one where it belongs.

@@ -132,6 +132,7 @@ public:
 
     constexpr void insert(Key key) { bits_ |= bit(key); }
     constexpr bool contains(Key key) const { return (bits_ & bit(key)) != 0; }
+    constexpr bool contains(KeySet other) const { return (other.bits_ & ~bits_) == 0; }
     constexpr KeySet commonWith(KeySet other) const {
         KeySet common;
         common.bits_ = bits_ & other.bits_;

@@ -217,7 +217,7 @@ KeyedArchiver::UID KeyedArchiver::newText(std::string_view text) {
 }
 
 KeyedArchiver::UID KeyedArchiver::encodeURL(const URL& url) {
-    const auto [uid, isNew] = claim(addressKey(&url.relativeString()));
+    const auto [uid, isNew] = claim(addressKey(url.identity()));
     if (!isNew) {
         return uid;
     }
@@ -509,14 +509,14 @@ Bytes KeyedArchiver::write(UID root) {
     writtenUIDs_.resize(objects_.size());
 
     const auto archive = writer.dictionary(4);
-    const Ref version = writer.text(keys::kVersion);
-    const Ref archiver = writer.text(keys::kArchiver);
-    const Ref top = writer.text(keys::kTop);
-    const Ref objects = writer.text(keys::kObjects);
+    const Ref version = writer.name<keys::kVersion>();
+    const Ref archiver = writer.name<keys::kArchiver>();
+    const Ref top = writer.name<keys::kTop>();
+    const Ref objects = writer.name<keys::kObjects>();
     writer.setPair(archive, 0, version, writer.integer(keys::kArchiveVersion));
     writer.setPair(archive, 1, archiver, writer.text(keys::kKeyedArchiver));
     const auto roots = writer.dictionary(1);
-    const Ref rootKey = writer.text(keys::kRoot);
+    const Ref rootKey = writer.name<keys::kRoot>();
     writer.setPair(roots, 0, rootKey, writeUID(root));
     writer.setPair(archive, 2, top, roots.ref);
     const auto list = writer.array(objects_.size());
@@ -530,7 +530,7 @@ Bytes KeyedArchiver::write(UID root) {
 KeyedArchiver::Ref KeyedArchiver::write(const Node& node) {
     switch (node.form) {
     case Form::nil:
-        return writer_->text(keys::kNil);
+        return writer_->name<keys::kNil>();
     case Form::boolean:
         return writeBoolean(node.bits != 0);
     case Form::integer:
@@ -568,7 +568,7 @@ KeyedArchiver::Ref KeyedArchiver::write(const Node& node) {
             writer_->text(fields_[node.bits + i].key);
         }
         if (isObject) {
-            writer_->text(keys::kClass);
+            writer_->name<keys::kClass>();
         }
         for (std::size_t i = 0; i < node.size; ++i) {
             writer_->setPair(dictionary, i, firstKey + i, write(fields_[node.bits + i].node));
@@ -607,9 +607,9 @@ KeyedArchiver::Ref KeyedArchiver::writeBoolean(bool value) {
 
 KeyedArchiver::Ref KeyedArchiver::writeURL(const Node& url) {
     const auto dictionary = writer_->dictionary(3);
-    const Ref base = writer_->text(keys::kBase);
-    const Ref relative = writer_->text(keys::kRelative);
-    const Ref type = writer_->text(keys::kClass);
+    const Ref base = writer_->name<keys::kBase>();
+    const Ref relative = writer_->name<keys::kRelative>();
+    const Ref type = writer_->name<keys::kClass>();
     writer_->setPair(dictionary, 0, base, writeUID(static_cast<UID>(url.bits)));
     writer_->setPair(dictionary, 1, relative, writeUID(static_cast<UID>(url.size)));
     writer_->setPair(dictionary, 2, type, writeUID(url.classUID));
@@ -628,9 +628,9 @@ KeyedArchiver::Ref KeyedArchiver::writeClass(const ClassNames& names) {
     const ObjectClass* described = names.described;
     const bool hasHints = described != nullptr && !described->hints.empty();
     const auto dictionary = writer_->dictionary(hasHints ? 3 : 2);
-    const Ref name = writer_->text(keys::kClassName);
-    const Ref chain = writer_->text(keys::kClasses);
-    const Ref hints = hasHints ? writer_->text(keys::kClassHints) : 0;
+    const Ref name = writer_->name<keys::kClassName>();
+    const Ref chain = writer_->name<keys::kClasses>();
+    const Ref hints = hasHints ? writer_->name<keys::kClassHints>() : 0;
     writer_->setPair(dictionary, 0, name,
                      writer_->text(described != nullptr ? described->name : names.chain.front()));
     writer_->setPair(dictionary, 1, chain,

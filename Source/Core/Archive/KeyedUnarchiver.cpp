@@ -16,11 +16,9 @@ namespace {
 constexpr std::size_t kSharedOverhead = 16;
 // Longer text than this lives outside its std::string.
 constexpr std::size_t kTextInPlace = 15;
-// A URL's own parts: text, base, absolute text, path.
-constexpr std::size_t kURLSize = kSharedOverhead + 3 * sizeof(std::string) + 2 * sizeof(URL);
-// Duplicates among more keys than this are found by sorting.
-constexpr std::size_t kFewKeys = 24;
-constexpr std::size_t kFirstFields = 32;
+// What a URL shares with its copies, and what one with a base has besides.
+constexpr std::size_t kURLSize = 3 * sizeof(void*);
+constexpr std::size_t kResolvedSize = sizeof(URL) + sizeof(std::string);
 constexpr std::size_t kFewClasses = 4;
 
 // No value of a property list has this number: there are far fewer.
@@ -143,30 +141,24 @@ std::string_view KeyedUnarchiver::keyText(const Item& key) {
     return wideKeys_.emplace_front(list_.text(key));
 }
 
-KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::uint64_t uid)
-    : owner_(owner), first_(owner.rawFields_.size()), count_(dictionary.count), uid_(uid) {
-    if (count_ > limits::kKeysPerObject) {
+KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid)
+    : owner_(owner), dictionary_(dictionary), uid_(uid) {
+    if (count() > limits::kKeysPerObject) {
         refuseAtByte(Code::tooManyKeys, dictionary.start);
     }
     const BinaryPropertyList& list = owner.list_;
-    if (const std::size_t had = owner.rawFields_.capacity(); had < first_ + count_) {
-        const std::size_t wanted = std::max({kFirstFields, 2 * had, first_ + count_});
-        owner.charge(wanted * sizeof(RawField));
-        owner.rawFields_.reserve(wanted);
-    }
     bool isRepeated = false;
     keys::KeySet seen;
-    for (std::size_t i = 0; i < count_; ++i) {
+    for (std::size_t i = 0; i < count(); ++i) {
         const Ref key = list.key(dictionary, i);
-        std::string_view text = list.shortASCII(key);
-        Key known = Key::found(text);
+        Key known = Key::found(list.shortASCII(key));
         if (!known.isKnown()) {
-            text = owner.keyText(list.item(key));
-            known = Key::found(text);
+            known = Key::found(owner.keyText(list.item(key)));
         }
-        const Ref value = list.value(dictionary, i);
-        owner.rawFields_.push_back({text, value, known});
-        values_[known] = value;
+        values_[known] = list.value(dictionary, i);
+        if (i < kFirstKeys) {
+            order_[i] = known;
+        }
         isRepeated |= seen.contains(known);
         seen.insert(known);
     }
@@ -176,25 +168,25 @@ KeyedUnarchiver::Fields::Fields(KeyedUnarchiver& owner, Item dictionary, std::ui
     }
 }
 
-void KeyedUnarchiver::Fields::checkDistinct() const {
-    const std::span<const RawField> fields = all();
-    if (count_ <= kFewKeys) {
-        for (std::size_t i = 1; i < count_; ++i) {
-            for (std::size_t j = 0; j < i; ++j) {
-                if (fields[i].key == fields[j].key) {
-                    refuseAtObject(Code::duplicateKey, uid_, fields[i].key);
-                }
-            }
-        }
-        return;
+KeyedUnarchiver::RawField KeyedUnarchiver::Fields::at(std::size_t index) const {
+    if (index < kFirstKeys && order_[index].isKnown()) {
+        return {order_[index].text(), values_[order_[index]], order_[index]};
     }
-    std::vector<std::string_view> sorted;
-    owner_.charge(count_ * sizeof(std::string_view));
-    sorted.reserve(count_);
-    std::ranges::transform(fields, std::back_inserter(sorted), &RawField::key);
-    std::ranges::sort(sorted);
-    const auto twin = std::ranges::adjacent_find(sorted);
-    if (twin != sorted.end()) {
+    const BinaryPropertyList& list = owner_.list_;
+    const std::string_view text = owner_.keyText(list.item(list.key(dictionary_, index)));
+    return {text, list.value(dictionary_, index), Key::found(text)};
+}
+
+void KeyedUnarchiver::Fields::checkDistinct() const {
+    std::vector<std::string_view> texts;
+    owner_.charge(count() * sizeof(std::string_view));
+    texts.reserve(count());
+    for (std::size_t i = 0; i < count(); ++i) {
+        texts.push_back(at(i).key);
+    }
+    std::ranges::sort(texts);
+    const auto twin = std::ranges::adjacent_find(texts);
+    if (twin != texts.end()) {
         refuseAtObject(Code::duplicateKey, uid_, *twin);
     }
 }
@@ -465,7 +457,8 @@ KeyedUnarchiver::References KeyedUnarchiver::references(const Fields& fields, Ke
     result.key = numberedKey;
     charge(fields.count() * sizeof(Ref));
     result.numbered.resize(fields.count(), kNoRef);
-    for (const RawField& field : fields.all()) {
+    for (std::size_t i = 0; i < fields.count(); ++i) {
+        const RawField field = fields.at(i);
         const auto number = numberBehind(numberedKey, field.key);
         if (number && *number < result.numbered.size()) {
             result.numbered[*number] = field.value;
@@ -543,11 +536,12 @@ void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t 
 
 URL KeyedUnarchiver::url(const Fields& fields) {
     std::optional<URL> base;
-    if (const Item item = fields.find(keys::kBase); item.isPresent()) {
-        if (item.kind != Kind::uid) {
+    if (fields.has(keys::kBase)) {
+        const auto uid = fields.findUID(keys::kBase);
+        if (!uid) {
             refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);
         }
-        if (const Value* value = referenced(list_.uid(item))) {
+        if (const Value* value = referenced(*uid)) {
             const URL* held = value->asURL();
             if (held == nullptr) {
                 refuseAtObject(Code::wrongType, fields.uid(), keys::kBase);
@@ -569,9 +563,11 @@ URL KeyedUnarchiver::url(const Fields& fields) {
         copy = *std::move(read);
         relative = copy;
     }
-    // The absolute text and the path are at most base and text joined.
-    const std::size_t joined = relative.size() + (base ? base->absoluteString().size() : 0);
-    charge(kURLSize + 2 * joined + relative.size());
+    charge(kURLSize + relative.size());
+    if (base) {
+        // The absolute text is at most base and text joined, in a string that grew.
+        charge(kResolvedSize + 2 * (base->absoluteString().size() + relative.size()));
+    }
     auto url = base ? URL::fromText(relative, *base) : URL::fromText(relative);
     if (!url) {
         if (plain.kind == Kind::ascii) {

@@ -66,21 +66,17 @@ private:
         Key known;
     };
 
-    /// The keys of one object, on the shared stack `rawFields_` for as long as this lives.
+    /// The keys of one object.
     class Fields {
     public:
-        Fields(KeyedUnarchiver& owner, Item dictionary, std::uint64_t uid);
-        ~Fields() { owner_.rawFields_.resize(first_); }
+        Fields(KeyedUnarchiver& owner, const Item& dictionary, std::uint64_t uid);
         Fields(const Fields&) = delete;
         Fields& operator=(const Fields&) = delete;
 
         std::uint64_t uid() const { return uid_; }
-        std::size_t count() const { return count_; }
-        RawField at(std::size_t index) const { return owner_.rawFields_[first_ + index]; }
-        /// Valid until the next object is read.
-        std::span<const RawField> all() const {
-            return {owner_.rawFields_.data() + first_, count_};
-        }
+        std::size_t count() const { return dictionary_.count; }
+        RawField at(std::size_t index) const;
+        bool has(Key key) const { return keys_.contains(key); }
         /// Absent when the object has no such key.
         Item find(Key key) const {
             return keys_.contains(key) ? owner_.list_.item(values_[key]) : Item{};
@@ -100,7 +96,10 @@ private:
                 read(RawField{key.text(), values_[key], key});
             }
             members.insert(keys::kClass);
-            for (std::size_t i = 0; i < count_; ++i) {
+            if (members.contains(keys_)) {
+                return;
+            }
+            for (std::size_t i = 0; i < count(); ++i) {
                 if (const RawField field = at(i); !members.contains(field.known)) {
                     keep(field);
                 }
@@ -110,14 +109,17 @@ private:
 
     private:
         static constexpr std::size_t kKnownKeys = keys::kKnown.kNone + 1; // And all others as one.
+        // More than the platform's classes have, as a rule; those behind are read again.
+        static constexpr std::size_t kFirstKeys = 32;
+
         void checkDistinct() const;
 
         KeyedUnarchiver& owner_;
-        std::size_t first_;
-        std::size_t count_;
+        Item dictionary_;
         std::uint64_t uid_;
         keys::KeySet keys_;                  ///< which of `values_` are set
         std::array<Ref, kKnownKeys> values_; ///< by key; not initialised
+        std::array<Key, kFirstKeys> order_;  ///< the first keys; not initialised
     };
 
     /// An item's target, a conditional reference: it counts only when something else brings the
@@ -217,7 +219,6 @@ private:
     FirstVector<Value> values_{memory_};
     FirstVector<Mark> marks_{memory_};
     FirstVector<Class> classes_{memory_};
-    FirstVector<RawField> rawFields_{memory_};
     std::vector<Target> targets_;
     std::forward_list<std::string> wideKeys_;
     FieldList lastFields_;

@@ -110,8 +110,7 @@ const void* Value::identity() const {
     return std::visit(
         []<class Kind>(const Kind& held) -> const void* {
             if constexpr (std::is_same_v<Kind, URL>) {
-                // Copies of a URL share the text, and no two URLs do.
-                return &held.relativeString();
+                return held.identity();
             } else if constexpr (requires { held.get(); }) {
                 return held.get();
             } else {

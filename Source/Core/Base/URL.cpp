@@ -6,22 +6,16 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
 
 namespace corvid {
 
-// Little, since a message may hold a hundred thousand: the rest is worked out when asked for.
-struct URL::Parts {
-    struct Resolved {
-        URL base;
-        std::string absolute;
-    };
-
-    explicit Parts(std::string_view given, std::unique_ptr<const Resolved> made = nullptr)
-        : text(given), resolved(std::move(made)) {}
-
-    std::string text;
-    std::unique_ptr<const Resolved> resolved; // null without a base: the text is absolute
+struct URL::Resolved {
+    URL base;
+    std::string absolute;
 };
 
 namespace {
@@ -300,7 +294,18 @@ bool isFileScheme(const std::optional<std::string_view>& scheme) {
 
 } // namespace
 
-URL::URL(std::shared_ptr<const Parts> parts) : parts_(std::move(parts)) {}
+URL URL::holding(std::string_view text, const Resolved* resolved) {
+    static_assert(std::is_trivially_destructible_v<Parts>);
+    void* const memory = ::operator new(sizeof(Parts) + text.size());
+    const auto* const parts = ::new (memory) Parts{1, resolved, text.size()};
+    std::memcpy(static_cast<char*>(memory) + sizeof(Parts), text.data(), text.size());
+    return URL(parts);
+}
+
+void URL::destroy(const Parts* parts) noexcept {
+    delete parts->resolved;
+    ::operator delete(const_cast<Parts*>(parts), sizeof(Parts) + parts->textSize);
+}
 
 std::optional<URL> URL::fileURL(std::string_view path, bool isDirectory) {
     if (!path.starts_with('/') || path.find('\0') != std::string_view::npos || !isValidUTF8(path)) {
@@ -328,7 +333,7 @@ std::optional<URL> URL::fromText(std::string_view text) {
     if (!isPlainFileURL(text) && (text.empty() || !isReference(split(text)))) {
         return std::nullopt;
     }
-    return URL(std::make_shared<const Parts>(text));
+    return holding(text);
 }
 
 std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
@@ -339,17 +344,19 @@ std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
     if (!isReference(reference)) {
         return std::nullopt;
     }
-    auto absolute = std::make_unique<const Parts::Resolved>(
-        Parts::Resolved{base, resolved(reference, split(base.absoluteString()))});
-    return URL(std::make_shared<const Parts>(text, std::move(absolute)));
+    auto absolute = std::make_unique<const Resolved>(
+        Resolved{base, resolved(reference, split(base.absoluteString()))});
+    URL url = holding(text, absolute.get());
+    static_cast<void>(absolute.release()); // The URL's, now that it is there.
+    return url;
 }
 
-const std::string& URL::absoluteString() const {
-    return parts_->resolved != nullptr ? parts_->resolved->absolute : parts_->text;
+std::string_view URL::absoluteString() const {
+    return parts_->resolved != nullptr ? parts_->resolved->absolute : relativeString();
 }
 
-const std::string& URL::relativeString() const {
-    return parts_->text;
+std::string_view URL::relativeString() const {
+    return {reinterpret_cast<const char*>(parts_ + 1), parts_->textSize};
 }
 
 const URL* URL::base() const {

@@ -1,15 +1,18 @@
 #pragma once
 
-#include <memory>
+#include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace corvid {
 
 /// A URL as the platform's own class has it: a text, and for a relative one the base that it was
 /// made against. Items of the volume travel as file URLs. Immutable; a copy is cheap and keeps the
-/// identity that an archive records (see sameObject()). Any thread.
+/// identity that an archive records (see identity()). Texts that it gives live as long as some copy
+/// of it. Any thread. Once moved from, it can only be assigned to, copied and destroyed.
 class URL {
 public:
     /// The file URL of the absolute path `path`: "file://" and the path, whose bytes outside
@@ -30,10 +33,10 @@ public:
 
     /// The absolute text: the text resolved against the base (RFC 3986, section 5.2), or, when
     /// there is none, the text as it is.
-    const std::string& absoluteString() const;
+    std::string_view absoluteString() const;
 
     /// The text as given, before it is resolved.
-    const std::string& relativeString() const;
+    std::string_view relativeString() const;
 
     /// The base, null when there is none. Owned by this URL.
     const URL* base() const;
@@ -52,13 +55,46 @@ public:
     /// Equal when base and text are equal, to the letter.
     friend bool operator==(const URL& a, const URL& b);
 
-    /// True when both are copies of one URL; an archive writes such a URL once.
-    bool sameObject(const URL& other) const { return parts_ == other.parts_; }
+    /// The address that copies of one URL have in common, and no other URL has; an archive writes
+    /// such a URL once.
+    const void* identity() const { return parts_; }
+
+    URL(const URL& other) noexcept : parts_(other.parts_) {
+        if (parts_ != nullptr) {
+            parts_->owners.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    URL(URL&& other) noexcept : parts_(std::exchange(other.parts_, nullptr)) {}
+    URL& operator=(URL other) noexcept {
+        std::swap(parts_, other.parts_);
+        return *this;
+    }
+    ~URL() { release(parts_); }
 
 private:
-    struct Parts;
-    explicit URL(std::shared_ptr<const Parts> parts);
-    std::shared_ptr<const Parts> parts_;
+    struct Resolved;
+
+    /// What copies share. The text lies behind it in the same piece of memory, and little lies
+    /// before: a message may hold a hundred thousand, whose time goes into reaching them.
+    struct Parts {
+        mutable std::atomic<std::uint64_t> owners = 1;
+        const Resolved* resolved = nullptr; ///< null without a base: the text is absolute
+        std::size_t textSize = 0;
+    };
+
+    static URL holding(std::string_view text, const Resolved* resolved = nullptr);
+    explicit URL(const Parts* parts) : parts_(parts) {}
+
+    static void release(const Parts* parts) noexcept {
+        // The only owner need not count: nobody else can come to own it meanwhile.
+        if (parts != nullptr && (parts->owners.load(std::memory_order_acquire) == 1 ||
+                                 parts->owners.fetch_sub(1, std::memory_order_acq_rel) == 1)) {
+            destroy(parts);
+        }
+    }
+    static void destroy(const Parts* parts) noexcept;
+
+    const Parts* parts_;
 };
 
 } // namespace corvid

@@ -93,7 +93,7 @@ void CVMAFinderSync::requestBadgeIdentifier(const URL& url) {
         return;
     }
     // The temporary-item rules see the URL's text, escapes and all, not the path.
-    const std::string& text = url.absoluteString();
+    const std::string_view text = url.absoluteString();
     if (isTemporaryItem(text) || isTemporaryItem(stringByDeletingLastPathComponent(text))) {
         return;
     }

@@ -140,17 +140,16 @@ CVMAMessagePort::requestActionsForItems(const std::vector<URL>& urls, bool opera
 }
 
 CVMABadgeID CVMAMessagePort::requestBadgeIDs(const URL& url) {
-    logLine("<UI> MessagePort: Request badge for url = " + url.absoluteString(), kTraceLevel);
+    logLine("<UI> MessagePort: Request badge for url = " + logText(url), kTraceLevel);
     const std::optional<Value> reply = ask(CVMAMessageID::requestBadge, {{"url", Value::url(url)}});
     const std::string* rawValue = reply ? reply->asString() : nullptr;
     if (rawValue == nullptr) {
         // An item whose state cannot be learned shows the cloud badge, never none.
-        logLine("<UI> MessagePort: Unexpected Badge response for url = " + url.absoluteString(),
+        logLine("<UI> MessagePort: Unexpected Badge response for url = " + logText(url),
                 kFailureLevel);
         return CVMABadgeID::cloud;
     }
-    logLine("<UI> MessagePort: Badge response = " + *rawValue +
-                " for url = " + url.absoluteString(),
+    logLine("<UI> MessagePort: Badge response = " + *rawValue + " for url = " + logText(url),
             kTraceLevel);
     const std::optional<CVMABadgeID> badge = CVMABadgeID::fromRawValue(*rawValue);
     if (!badge) {
@@ -180,7 +179,7 @@ void CVMAMessagePort::registerPort(const std::string& portId, bool registering) 
 void CVMAMessagePort::updatePathCache(const URL& path, bool add) {
     // "from path cache" in both cases.
     logLine(std::string("<UI> MessagePort: ") + (add ? "Adding" : "Removing") +
-                " path = " + path.absoluteString() + " from path cache",
+                " path = " + logText(path) + " from path cache",
             kTraceLevel);
     sendOneWay(CVMAMessageID::updatePathCache,
                {{"path", Value::url(path)}, {"add", Value::boolean(add)}});
@@ -189,7 +188,7 @@ void CVMAMessagePort::updatePathCache(const URL& path, bool add) {
 void CVMAMessagePort::provide(const std::vector<std::string>& portIds, CVMABadgeID badgeID,
                               const URL& path) {
     logLine("<UI> MessagePort: Providing badgeID = " + std::string(badgeID.rawValue()) +
-                " to portIds = " + logText(portIds) + " for path = " + path.absoluteString(),
+                " to portIds = " + logText(portIds) + " for path = " + logText(path),
             kTraceLevel);
     std::optional<Bytes> noResponse;
     dispatchMessage(

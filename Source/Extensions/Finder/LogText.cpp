@@ -50,6 +50,10 @@ std::string listText(const std::vector<T>& elements, Append append) {
 
 } // namespace
 
+std::string logText(const URL& url) {
+    return std::string(url.absoluteString());
+}
+
 std::string logText(const std::vector<URL>& urls) {
     return listText(urls, [](std::string& out, const URL& url) { out += url.absoluteString(); });
 }

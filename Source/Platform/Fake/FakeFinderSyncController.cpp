@@ -7,7 +7,7 @@ namespace corvid {
 void FakeFinderSyncController::setDirectoryURLs(const std::vector<URL>& urls) {
     std::string line = "setDirectoryURLs [";
     for (const URL& url : urls) {
-        line += (&url == &urls.front() ? "" : ", ") + url.absoluteString();
+        line.append(&url == &urls.front() ? "" : ", ").append(url.absoluteString());
     }
     calls_.add(line + "]");
     const MutexLock lock(mutex_);
@@ -23,7 +23,8 @@ void FakeFinderSyncController::setBadgeImage(std::shared_ptr<Image> image,
 }
 
 void FakeFinderSyncController::setBadgeIdentifier(std::string_view identifier, const URL& url) {
-    calls_.add("setBadgeIdentifier " + std::string(identifier) + " " + url.absoluteString());
+    calls_.add("setBadgeIdentifier " + std::string(identifier) + " " +
+               std::string(url.absoluteString()));
 }
 
 std::optional<URL> FakeFinderSyncController::targetedURL() {

@@ -97,8 +97,8 @@ TEST(KeyedArchive, SharesWhatWasShared) {
     const Value twin = Value::url(*URL::fileURL("/Volumes/Corvid/same.txt"));
     const Value back = archivedAndBack(Value::array({url, url, twin}));
     const auto& elements = back.asArray()->elements;
-    EXPECT_TRUE(elements[0].asURL()->sameObject(*elements[1].asURL()));
-    EXPECT_FALSE(elements[0].asURL()->sameObject(*elements[2].asURL()));
+    EXPECT_EQ(elements[0].asURL()->identity(), elements[1].asURL()->identity());
+    EXPECT_NE(elements[0].asURL()->identity(), elements[2].asURL()->identity());
     EXPECT_EQ(*elements[0].asURL(), *elements[2].asURL());
 }
 

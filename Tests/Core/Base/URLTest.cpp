@@ -4,12 +4,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
 namespace corvid {
 namespace {
 
 std::string absolute(const std::optional<URL>& url) {
-    return url ? url->absoluteString() : "(refused)";
+    return std::string(url ? url->absoluteString() : "(refused)");
 }
 
 // Each line is what the platform's own class answered; a key that is missing was not settled.
@@ -187,9 +188,13 @@ TEST(URLTest, comparesByTextAndBase) {
     ASSERT_TRUE(base && otherBase && plain && again);
     const auto relative = URL::fromText("x", *base);
     EXPECT_EQ(plain, again);
-    EXPECT_FALSE(plain->sameObject(*again));
-    const URL copy = *plain;
-    EXPECT_TRUE(plain->sameObject(copy));
+    EXPECT_NE(plain->identity(), again->identity());
+    URL copy = *plain;
+    EXPECT_EQ(plain->identity(), copy.identity());
+    const URL moved = std::move(copy);
+    copy = *relative;
+    EXPECT_EQ(plain->identity(), moved.identity());
+    EXPECT_EQ(relative->identity(), copy.identity());
     EXPECT_NE(plain, URL::fromText("file:///a/X"));
     EXPECT_NE(plain, relative);
     EXPECT_EQ(relative, URL::fromText("x", *base));

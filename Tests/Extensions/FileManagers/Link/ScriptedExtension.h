@@ -139,7 +139,7 @@ public:
 
 private:
     void note(const std::string& call, const URL& url) {
-        script_.callback(call + " " + url.absoluteString());
+        script_.callback(call + " " + std::string(url.absoluteString()));
     }
     void rewire(MenuItem& item) {
         item.target = weak_from_this();
@@ -151,7 +151,7 @@ private:
         std::string text = " in " + (target ? target->path() : "nothing") + " on";
         if (items) {
             for (const URL& item : *items) {
-                text += " " + item.absoluteString().substr(7);
+                text.append(" ").append(item.absoluteString().substr(7));
             }
         }
         return text;
