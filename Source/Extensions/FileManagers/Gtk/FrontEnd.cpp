@@ -10,17 +10,6 @@ namespace {
 /// Names that are remembered for drawing anew; beyond it those of hidden folders are forgotten.
 constexpr std::size_t kMaxDrawnItems = 100'000;
 
-struct Place {
-    std::string folder;
-    std::string name;
-};
-
-Place placeOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? Place{}
-                                      : Place{path.substr(0, slash), path.substr(slash + 1)};
-}
-
 } // namespace
 
 FrontEnd::FrontEnd(link::LinkClient::Options options, FileManager fileManager)
@@ -30,7 +19,7 @@ FrontEnd::FrontEnd(link::LinkClient::Options options, FileManager fileManager)
                      link::BadgeCache::Change change) {
                   redraw(folder, names,
                          change == link::BadgeCache::Change::firstBadge
-                             ? RedrawQueue::Reason::appeared
+                             ? RedrawQueue::Reason::firstBadge
                              : RedrawQueue::Reason::changed);
               }),
       menus_(client_, [this] { fileManager_.menusChanged(); }) {
@@ -41,7 +30,14 @@ FrontEnd::FrontEnd(link::LinkClient::Options options, FileManager fileManager)
 void FrontEnd::begin(const std::string& folder) {
     badges_.begin(folder);
     if (const auto drawn = drawn_.find(folder); drawn != drawn_.end()) {
-        redraw(folder, drawn->second, RedrawQueue::Reason::appeared);
+        std::vector<std::string> names;
+        for (const auto& [name, item] : drawn->second) {
+            names.push_back(name);
+        }
+        redraw(folder, names, RedrawQueue::Reason::cameIntoView);
+    }
+    if (fileManager_.listingWanted && isOnVolume(folder)) {
+        fileManager_.listingWanted(folder);
     }
 }
 
@@ -49,24 +45,67 @@ void FrontEnd::end(const std::string& folder) {
     badges_.end(folder);
 }
 
+FrontEnd::Place FrontEnd::placeOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? Place{}
+                                      : Place{path.substr(0, slash), path.substr(slash + 1)};
+}
+
+FrontEnd::Drawn& FrontEnd::drawn(const Place& place) {
+    auto& folder = drawn_[place.folder];
+    const auto [item, isNew] = folder.try_emplace(place.name);
+    if (isNew && ++drawnItems_ > kMaxDrawnItems) {
+        std::erase_if(drawn_, [&](const auto& other) {
+            return other.first != place.folder && !badges_.isShown(other.first);
+        });
+        drawnItems_ = 0;
+        for (const auto& [name, items] : drawn_) {
+            drawnItems_ += items.size();
+        }
+    }
+    return item->second;
+}
+
+void FrontEnd::expect(const std::string& folder, const std::vector<link::AskedItem>& items) {
+    const auto drawn = drawn_.find(folder);
+    std::vector<std::string> known;
+    for (const link::AskedItem& item : items) {
+        const bool isKnown = !badges_.badge(folder, item.name, item.isFolder).empty();
+        if (isKnown && (drawn == drawn_.end() || !drawn->second.contains(item.name))) {
+            known.push_back(item.name);
+        }
+    }
+    if (!known.empty()) {
+        redraw(folder, known, RedrawQueue::Reason::firstBadge);
+    }
+}
+
 std::string FrontEnd::badge(const std::string& path, bool isFolder) {
     if (!volume_.empty() && !isOnVolume(path)) {
         return {};
     }
     const Place place = placeOf(path);
-    if (drawn_[place.folder].insert(place.name).second && ++drawnItems_ > kMaxDrawnItems) {
-        std::erase_if(drawn_, [&](const auto& folder) {
-            return folder.first != place.folder && !badges_.isShown(folder.first);
-        });
-        drawnItems_ = 0;
-        for (const auto& [folder, names] : drawn_) {
-            drawnItems_ += names.size();
-        }
+    Drawn& item = drawn(place);
+    // A further call that we did not cause means that the item has changed.
+    const bool hasChanged = redrawing_.erase(path) == 0 && item.wasAskedFor;
+    item.wasAskedFor = true;
+    std::string badge(hasChanged ? badges_.refresh(place.folder, place.name, isFolder)
+                                 : badges_.badge(place.folder, place.name, isFolder));
+    const std::string added = std::exchange(item.added, {});
+    if (!added.empty() && added != badge) {
+        // What was added before the file manager asked it adds to what it is answered.
+        redraw(place.folder, {place.name}, RedrawQueue::Reason::changed);
     }
-    // A call that we did not cause means that the item has changed, or is new.
-    return std::string(redrawing_.erase(path) != 0
-                           ? badges_.badge(place.folder, place.name, isFolder)
-                           : badges_.refresh(place.folder, place.name, isFolder));
+    return badge;
+}
+
+std::string FrontEnd::badgeToAdd(const std::string& path) {
+    const Place place = placeOf(path);
+    std::string badge(badges_.known(place.folder, place.name));
+    if (!badge.empty()) {
+        drawn(place).added = badge;
+    }
+    return badge;
 }
 
 void FrontEnd::badgeWillBeAskedFor(const std::string& path) {
@@ -112,6 +151,13 @@ void FrontEnd::received(link::Message message) {
     } else if (const auto* const volume = std::get_if<link::Volume>(&message)) {
         volume_ = volume->folder;
         badges_.received(*volume);
+        if (fileManager_.listingWanted) {
+            for (const std::string& folder : badges_.shownFolders()) {
+                if (isOnVolume(folder)) {
+                    fileManager_.listingWanted(folder);
+                }
+            }
+        }
         fileManager_.menusChanged(); // there was none while it was not known
     } else if (const auto* const reply = std::get_if<link::MenuReply>(&message)) {
         menus_.received(*reply);
@@ -126,8 +172,8 @@ bool FrontEnd::isOnVolume(std::string_view path) const {
            (path.size() == volume_.size() || path[volume_.size()] == '/');
 }
 
-template <class Names>
-void FrontEnd::redraw(const std::string& folder, const Names& names, RedrawQueue::Reason reason) {
+void FrontEnd::redraw(const std::string& folder, const std::vector<std::string>& names,
+                      RedrawQueue::Reason reason) {
     const std::string prefix = folder + "/";
     for (const std::string& name : names) {
         redraws_.add(prefix + name, reason);

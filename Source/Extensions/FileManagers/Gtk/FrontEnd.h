@@ -10,6 +10,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 namespace corvid::gtk {
 
@@ -23,6 +24,9 @@ public:
         std::function<void()> redrawWanted;
         /// Menus should be asked for again.
         std::function<void()> menusChanged;
+        /// A folder of the volume came into view: its first items should be given to expect().
+        /// Empty where the file manager soon asks for their badges itself.
+        std::function<void(const std::string& folder)> listingWanted = {};
     };
 
     FrontEnd(link::LinkClient::Options options, FileManager fileManager);
@@ -35,12 +39,16 @@ public:
     void begin(const std::string& folder);
     void end(const std::string& folder);
 
+    /// Items whose badges the file manager will ask for, so that they are known by then.
+    void expect(const std::string& folder, const std::vector<link::AskedItem>& items);
     /// The file manager draws an item: its badge as far as it is known, empty for none.
     std::string badge(const std::string& path, bool isFolder);
 
-    /// The items to draw anew. Whoever has the file manager ask for the badge of one says so, so
-    /// that this is not taken for a change of the item.
+    /// The items to draw anew. The file manager is given the badge of one that had none, which is
+    /// badgeToAdd(), and has to ask for that of any other. Whoever has it ask says so, so that this
+    /// is not taken for a change of the item.
     RedrawQueue& redraws() { return redraws_; }
+    std::string badgeToAdd(const std::string& path);
     void badgeWillBeAskedFor(const std::string& path);
 
     /// As in MenuCache; null outside the volume.
@@ -54,9 +62,20 @@ private:
     void received(link::Message message) override;
     void woken() override { badges_.woken(); }
 
+    struct Place {
+        std::string folder;
+        std::string name;
+    };
+    struct Drawn {
+        bool wasAskedFor = false;
+        std::string added; ///< the badge that it was given since it was last asked for
+    };
+
     bool isOnVolume(std::string_view path) const;
-    template <class Names>
-    void redraw(const std::string& folder, const Names& names, RedrawQueue::Reason reason);
+    static Place placeOf(const std::string& path);
+    Drawn& drawn(const Place& place);
+    void redraw(const std::string& folder, const std::vector<std::string>& names,
+                RedrawQueue::Reason reason);
 
     const FileManager fileManager_;
     link::LinkClient client_;
@@ -67,7 +86,7 @@ private:
     MenuCache::KnownMenu restartNote_;
 
     /// Items that were drawn, by folder: a folder that comes into view has them drawn anew.
-    std::unordered_map<std::string, std::unordered_set<std::string>> drawn_;
+    std::unordered_map<std::string, std::unordered_map<std::string, Drawn>> drawn_;
     std::size_t drawnItems_ = 0;
     RedrawQueue redraws_;
     /// The next badge() of these is no change of the item.

@@ -1,7 +1,13 @@
 // The module that the file manager loads: its entry points, and the two providers behind them.
 
 #include "Extensions/FileManagers/Gtk/Module.h"
+#include "Extensions/FileManagers/Gtk/AbsentItems.h"
 #include "Extensions/FileManagers/Gtk/FileManager.h"
+#include "Extensions/FileManagers/Gtk/GLibText.h"
+
+#ifdef CORVID_ASKS_LATE
+#include "Extensions/FileManagers/Gtk/FolderListing.h"
+#endif
 
 #include <dlfcn.h>
 #include <gio/gio.h>
@@ -11,6 +17,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace corvid::gtk {
 
@@ -36,12 +43,9 @@ constexpr const char* kMenuIcon = "MorrowFilesAppIcon";
 MenuProvider* menuProvider = nullptr; // weak; the file manager owns it
 guint redrawSource = 0;               // now
 guint laterRedrawSource = 0;          // when more may be drawn
+guint absentSource = 0;
 guint menusSource = 0;
-
-struct FreeGLib {
-    void operator()(char* text) const { g_free(text); }
-};
-using GText = std::unique_ptr<char, FreeGLib>;
+AbsentItems absentItems;
 
 struct Unref {
     void operator()(gpointer object) const { g_object_unref(object); }
@@ -63,12 +67,56 @@ gboolean wantRedrawNow(gpointer /*data*/) {
     return G_SOURCE_REMOVE;
 }
 
+GRef<FileInfo> fileAt(const std::string& path) {
+    const GRef<GFile> location(g_file_new_for_path(path.c_str()));
+    return GRef<FileInfo>(fileLookUp(location.get()));
+}
+
+void addEmblem(FileInfo* file, const std::string& badge) {
+    if (!badge.empty()) {
+        fileAddEmblem(file, ("corvid-" + badge).c_str());
+    }
+}
+
+/// Gives an item that had no badge the one that it has now; false when the file manager does not
+/// hold it.
+bool addFirstBadge(const std::string& path) {
+    const GRef<FileInfo> file = fileAt(path);
+    if (file) {
+        addEmblem(file.get(), frontEnd().badgeToAdd(path));
+    }
+    return file != nullptr;
+}
+
+gboolean lookForAbsent(gpointer /*data*/) {
+    absentItems.lookFor(addFirstBadge, AbsentItems::Clock::now(), kRedrawSlice);
+    if (absentItems.isEmpty()) {
+        absentSource = 0;
+    }
+    return absentItems.isEmpty() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
+}
+
+void redraw(const RedrawQueue::Item& item) {
+    if (item.reason == RedrawQueue::Reason::firstBadge) {
+        if (!addFirstBadge(item.path)) {
+            absentItems.add(item.path, AbsentItems::Clock::now());
+            if (absentSource == 0) {
+                absentSource = g_timeout_add_full(kRedrawPriority, AbsentItems::kPeriod.count(),
+                                                  lookForAbsent, nullptr, nullptr);
+            }
+        }
+    } else if (const GRef<FileInfo> file = fileAt(item.path); file) {
+        frontEnd().badgeWillBeAskedFor(item.path);
+        fileInvalidate(file.get());
+    }
+}
+
 gboolean redrawSome(gpointer /*data*/) {
     using std::chrono::steady_clock;
     const auto begin = steady_clock::now();
     while (steady_clock::now() - begin < kRedrawSlice) {
-        const std::string path = frontEnd().redraws().take(begin);
-        if (path.empty()) {
+        const RedrawQueue::Item item = frontEnd().redraws().take(begin);
+        if (item.path.empty()) {
             redrawSource = 0;
             if (const auto due = frontEnd().redraws().due(); due && laterRedrawSource == 0) {
                 const auto pause = std::chrono::ceil<std::chrono::milliseconds>(*due - begin);
@@ -77,11 +125,7 @@ gboolean redrawSome(gpointer /*data*/) {
             }
             return G_SOURCE_REMOVE;
         }
-        const GRef<GFile> location(g_file_new_for_path(path.c_str()));
-        if (const GRef<FileInfo> file(fileLookUp(location.get())); file) {
-            frontEnd().badgeWillBeAskedFor(path);
-            fileInvalidate(file.get());
-        }
+        redraw(item);
     }
     return G_SOURCE_CONTINUE;
 }
@@ -133,7 +177,15 @@ FrontEnd* makeFrontEnd() {
     link::LinkClient::Options options;
     options.frontEnd = kFrontEndName;
     options.extension = extensionProgram();
-    auto* const made = new FrontEnd(std::move(options), {wantRedraw, wantMenus});
+    FrontEnd::FileManager fileManager{wantRedraw, wantMenus};
+#ifdef CORVID_ASKS_LATE
+    fileManager.listingWanted = [](const std::string& folder) {
+        listFirstItems(folder, [](const std::string& listed, const auto& items) {
+            frontEnd().expect(listed, items);
+        });
+    };
+#endif
+    auto* const made = new FrontEnd(std::move(options), std::move(fileManager));
     // After what people do and what they see of it: badges may come faster than they are drawn.
     g_unix_fd_add_full(kLinkPriority, made->fd(), G_IO_IN, dispatchLink, made, nullptr);
     return made;
@@ -145,10 +197,7 @@ OperationResult updateFileInfo(InfoProvider* /*provider*/, FileInfo* file, GClos
                                OperationHandle** /*handle*/) {
     const std::string path = pathOf(file);
     if (!path.empty()) {
-        const std::string badge = frontEnd().badge(path, fileIsFolder(file));
-        if (!badge.empty()) {
-            fileAddEmblem(file, ("corvid-" + badge).c_str());
-        }
+        addEmblem(file, frontEnd().badge(path, fileIsFolder(file)));
     }
     return kOperationComplete;
 }

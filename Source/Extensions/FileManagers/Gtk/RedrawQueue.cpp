@@ -6,37 +6,43 @@ namespace corvid::gtk {
 
 namespace {
 
-std::string takeFirst(std::deque<std::string>& paths) {
-    std::string path = std::move(paths.front());
-    paths.pop_front();
-    return path;
+template <class T>
+T takeFirst(std::deque<T>& queue) {
+    T first = std::move(queue.front());
+    queue.pop_front();
+    return first;
 }
 
 } // namespace
 
 void RedrawQueue::add(std::string path, Reason reason) {
-    if (waiting_.insert(path).second) {
-        (reason == Reason::appeared ? appeared_ : changed_).push_back(std::move(path));
+    if (!waiting_.insert(path).second) {
+        return;
+    }
+    if (reason == Reason::changed) {
+        changed_.push_back(std::move(path));
+    } else {
+        appeared_.push_back({std::move(path), reason});
     }
 }
 
-std::string RedrawQueue::take(Clock::time_point now) {
-    std::string path;
+RedrawQueue::Item RedrawQueue::take(Clock::time_point now) {
+    Item item{{}, Reason::changed};
     if (!appeared_.empty()) {
-        path = takeFirst(appeared_);
+        item = takeFirst(appeared_);
     } else if (!changed_.empty()) {
         if (now - periodStart_ >= kPeriod) {
             periodStart_ = now;
             takenInPeriod_ = 0;
         }
         if (takenInPeriod_ == kChangesAtOnce) {
-            return {};
+            return item;
         }
         ++takenInPeriod_;
-        path = takeFirst(changed_);
+        item.path = takeFirst(changed_);
     }
-    waiting_.erase(path);
-    return path;
+    waiting_.erase(item.path);
+    return item;
 }
 
 std::optional<RedrawQueue::Clock::time_point> RedrawQueue::due() const {

@@ -19,20 +19,28 @@ namespace corvid::gtk {
 class RedrawQueue {
 public:
     using Clock = std::chrono::steady_clock;
-    enum class Reason : std::uint8_t { appeared, changed };
+    enum class Reason : std::uint8_t {
+        firstBadge, ///< it has a badge and had none: nothing that was drawn has to go
+        cameIntoView,
+        changed,
+    };
+    struct Item {
+        std::string path; ///< empty for none
+        Reason reason;
+    };
 
     /// Changes that are handed out in one period.
     static constexpr std::size_t kChangesAtOnce = 128;
     static constexpr std::chrono::milliseconds kPeriod{100};
 
     void add(std::string path, Reason reason);
-    /// The next item; empty when there is none, or none yet.
-    std::string take(Clock::time_point now);
+    /// The next item; none when there is none, or none yet.
+    Item take(Clock::time_point now);
     /// When take() has the next item, in the past for at once; nothing when the queue is empty.
     std::optional<Clock::time_point> due() const;
 
 private:
-    std::deque<std::string> appeared_;
+    std::deque<Item> appeared_; ///< what is not spread out
     std::deque<std::string> changed_;
     std::unordered_set<std::string> waiting_; ///< what is in either
     Clock::time_point periodStart_{};

@@ -43,6 +43,26 @@ bool BadgeCache::isShown(const std::string& folderName) const {
     return folder != folders_.end() && folder->second.views > 0;
 }
 
+std::vector<std::string> BadgeCache::shownFolders() const {
+    std::vector<std::string> shown;
+    for (const auto& [name, folder] : folders_) {
+        if (folder.views > 0) {
+            shown.push_back(name);
+        }
+    }
+    return shown;
+}
+
+std::string_view BadgeCache::known(const std::string& folderName, const std::string& name) const {
+    const auto folder = folders_.find(folderName);
+    if (folder == folders_.end() || folder->second.views == 0) {
+        return {};
+    }
+    const auto item = folder->second.items.find(name);
+    return item != folder->second.items.end() ? std::string_view(item->second.badge)
+                                              : std::string_view();
+}
+
 std::string_view BadgeCache::badge(const std::string& folderName, std::string_view name,
                                    bool isFolder) {
     const auto found = folders_.find(folderName);

@@ -38,6 +38,7 @@ public:
     void begin(const std::string& folder);
     void end(const std::string& folder);
     bool isShown(const std::string& folder) const;
+    std::vector<std::string> shownFolders() const;
 
     /// The badge of an item of a folder, as far as it is known; empty for none. An item that was
     /// not asked for since its folder was begun is asked for, soon and together with others. Items
@@ -45,6 +46,8 @@ public:
     std::string_view badge(const std::string& folder, std::string_view name, bool isFolder);
     /// As badge(), and asks anew: the item has changed.
     std::string_view refresh(const std::string& folder, std::string_view name, bool isFolder);
+    /// As badge(), but nothing is asked.
+    std::string_view known(const std::string& folder, const std::string& name) const;
     /// How many items were asked for and not answered yet.
     std::size_t unanswered() const { return unanswered_; }
 

@@ -25,7 +25,8 @@ protected:
     explicit FrontEndTest(std::uint16_t oldest = link::kOldestVersion,
                           std::uint16_t newest = link::kNewestVersion)
         : frontEnd_({"test", {}, {}, oldest, newest, folder_},
-                    {[this] { ++redrawsWanted_; }, [this] { ++menusChanged_; }}) {
+                    {[this] { ++redrawsWanted_; }, [this] { ++menusChanged_; },
+                     [this](const std::string& folder) { listed_.push_back(folder); }}) {
         extension_.accept();
     }
 
@@ -54,15 +55,20 @@ protected:
         extension_.say(link::Badges{"/v", {{name, badge, isAnswer}}});
         hearAll();
     }
-    /// Takes all that is to be drawn anew, and draws it.
+    /// Takes all that is to be drawn anew, and draws it: paths, with the badge behind those that
+    /// are given one.
     std::vector<std::string> redraw() {
         std::vector<std::string> paths;
         const auto now = RedrawQueue::Clock::now();
-        for (std::string path = frontEnd_.redraws().take(now); !path.empty();
-             path = frontEnd_.redraws().take(now)) {
-            frontEnd_.badgeWillBeAskedFor(path);
-            frontEnd_.badge(path, false);
-            paths.push_back(path);
+        for (auto item = frontEnd_.redraws().take(now); !item.path.empty();
+             item = frontEnd_.redraws().take(now)) {
+            if (item.reason == RedrawQueue::Reason::firstBadge) {
+                paths.push_back(item.path + " " + frontEnd_.badgeToAdd(item.path));
+            } else {
+                frontEnd_.badgeWillBeAskedFor(item.path);
+                frontEnd_.badge(item.path, false);
+                paths.push_back(item.path);
+            }
         }
         hearAll();
         return paths;
@@ -76,6 +82,7 @@ protected:
     link::PlayedExtension extension_{folder_};
     int redrawsWanted_ = 0;
     int menusChanged_ = 0;
+    std::vector<std::string> listed_;
     FrontEnd frontEnd_;
 };
 
@@ -89,10 +96,13 @@ TEST_F(FrontEndTest, ItemsAreAskedForTogetherAndDrawnAnewWhenTheAnswerComes) {
     EXPECT_THAT(asked(), ElementsAre("a", "b"));
     tell("a", "synced", true);
     EXPECT_EQ(redrawsWanted_, 1);
-    EXPECT_THAT(redraw(), ElementsAre("/v/a"));
+    EXPECT_THAT(redraw(), ElementsAre("/v/a synced"));
     tell("b", "error", true);
     tell("a", "inProgress", false);
-    EXPECT_THAT(redraw(), ElementsAre("/v/b", "/v/a"));
+    // Once more, lest it keep the badge that it was given when it was not asked for.
+    EXPECT_THAT(redraw(), ElementsAre("/v/b error", "/v/a", "/v/a"));
+    tell("a", "synced", false);
+    EXPECT_THAT(redraw(), ElementsAre("/v/a"));
     EXPECT_EQ(frontEnd_.badge("/v/b", true), "error");
     // That last call was the file manager's own, so the item has changed; the ones before were
     // ours.
@@ -117,6 +127,60 @@ TEST_F(FrontEndTest, WhatWasDrawnBeforeTheExtensionRanIsAskedForThen) {
     connect();
     EXPECT_EQ(extension_.hear<link::Begin>().folder, "/v");
     EXPECT_THAT(asked(), ElementsAre("a"));
+}
+
+TEST_F(FrontEndTest, FoldersOfTheVolumeAreListedOnceItIsKnown) {
+    frontEnd_.begin("/v");
+    frontEnd_.begin("/other");
+    connect();
+    EXPECT_THAT(listed_, ElementsAre("/v"));
+    frontEnd_.begin("/v/a");
+    frontEnd_.begin("/other/a");
+    EXPECT_THAT(listed_, ElementsAre("/v", "/v/a"));
+}
+
+TEST_F(FrontEndTest, WhatIsExpectedIsAskedForBeforeTheFileManagerAsks) {
+    connect();
+    frontEnd_.begin("/v");
+    frontEnd_.expect("/v", {{"a", false}, {"b", true}});
+    frontEnd_.expect("/other", {{"c", false}});
+    hearAll();
+    EXPECT_EQ(extension_.hear<link::Begin>().folder, "/v");
+    EXPECT_THAT(asked(), ElementsAre("a", "b"));
+    tell("a", "synced", true);
+    tell("b", "synced", true);
+    EXPECT_THAT(redraw(), ElementsAre("/v/a synced", "/v/b synced"));
+    // The file manager's first question is no sign of a change, and is answered at once.
+    EXPECT_EQ(frontEnd_.badge("/v/a", false), "synced");
+    EXPECT_THAT(redraw(), ElementsAre());
+    frontEnd_.badge("/v/a", false);
+    hearAll();
+    EXPECT_THAT(asked(), ElementsAre("a"));
+    // What is known already need not be asked for.
+    frontEnd_.expect("/v", {{"b", true}});
+    EXPECT_THAT(redraw(), ElementsAre());
+}
+
+TEST_F(FrontEndTest, ABadgeThatChangesBeforeTheFileManagerAsksReplacesTheOneThatWasGiven) {
+    connect();
+    frontEnd_.begin("/v");
+    frontEnd_.expect("/v", {{"a", false}, {"b", false}});
+    hearAll();
+    tell("a", "synced", true);
+    tell("b", "synced", true);
+    EXPECT_THAT(redraw(), ElementsAre("/v/a synced", "/v/b synced"));
+    tell("a", "error", false);
+    tell("b", "", false);
+    EXPECT_EQ(frontEnd_.badge("/v/a", false), "error");
+    EXPECT_EQ(frontEnd_.badge("/v/b", false), "");
+    EXPECT_THAT(redraw(), ElementsAre("/v/a", "/v/b"));
+    EXPECT_THAT(redraw(), ElementsAre());
+    // One that goes before it is given is not given.
+    frontEnd_.expect("/v", {{"c", false}});
+    hearAll();
+    tell("c", "synced", true);
+    tell("c", "", false);
+    EXPECT_THAT(redraw(), ElementsAre("/v/c "));
 }
 
 TEST_F(FrontEndTest, OutsideTheVolumeThereIsNothing) {

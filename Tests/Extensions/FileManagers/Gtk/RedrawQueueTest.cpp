@@ -21,7 +21,7 @@ protected:
     }
     std::size_t takeAll(milliseconds time) {
         std::size_t count = 0;
-        while (!queue.take(begin + time).empty()) {
+        while (!queue.take(begin + time).path.empty()) {
             ++count;
         }
         return count;
@@ -33,21 +33,30 @@ protected:
 };
 
 TEST_F(RedrawQueueTest, NothingIsDueWhenItIsEmpty) {
-    EXPECT_EQ(queue.take(begin), "");
+    EXPECT_EQ(queue.take(begin).path, "");
     EXPECT_FALSE(queue.due());
 }
 
 TEST_F(RedrawQueueTest, AnItemIsDrawnOnceHoweverOftenItChanges) {
     for (int i = 0; i < 3; ++i) {
         queue.add("/v/a", Reason::changed);
-        queue.add("/v/b", Reason::appeared);
+        queue.add("/v/b", Reason::cameIntoView);
     }
     queue.add("/v/b", Reason::changed);
-    EXPECT_EQ(queue.take(begin), "/v/b");
-    EXPECT_EQ(queue.take(begin), "/v/a");
-    EXPECT_EQ(queue.take(begin), "");
+    EXPECT_EQ(queue.take(begin).path, "/v/b");
+    EXPECT_EQ(queue.take(begin).path, "/v/a");
+    EXPECT_EQ(queue.take(begin).path, "");
     queue.add("/v/a", Reason::changed);
-    EXPECT_EQ(queue.take(begin), "/v/a");
+    EXPECT_EQ(queue.take(begin).path, "/v/a");
+}
+
+TEST_F(RedrawQueueTest, SaysWhyAnItemIsDrawn) {
+    queue.add("/v/a", Reason::changed);
+    queue.add("/v/b", Reason::firstBadge);
+    queue.add("/v/c", Reason::cameIntoView);
+    EXPECT_EQ(queue.take(begin).reason, Reason::firstBadge);
+    EXPECT_EQ(queue.take(begin).reason, Reason::cameIntoView);
+    EXPECT_EQ(queue.take(begin).reason, Reason::changed);
 }
 
 TEST_F(RedrawQueueTest, ChangesAreSpreadOut) {
@@ -64,7 +73,7 @@ TEST_F(RedrawQueueTest, ChangesAreSpreadOut) {
 TEST_F(RedrawQueueTest, WhatAppearsIsDrawnAtOnceAndFirst) {
     add(2 * RedrawQueue::kChangesAtOnce, Reason::changed);
     EXPECT_EQ(takeAll(milliseconds(0)), RedrawQueue::kChangesAtOnce);
-    add(10'000, Reason::appeared);
+    add(10'000, Reason::firstBadge);
     EXPECT_LE(*queue.due(), begin);
     EXPECT_EQ(takeAll(milliseconds(1)), 10'000u);
     EXPECT_EQ(*queue.due(), begin + RedrawQueue::kPeriod);

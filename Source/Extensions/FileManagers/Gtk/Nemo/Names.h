@@ -13,5 +13,7 @@
 #define CORVID_INTERFACE(name) Nemo##name##Interface
 #define CORVID_CONSTANT(name) NEMO_##name
 #define CORVID_FUNCTION(name) nemo_##name
+/// Nemo asks for the badges of a folder when it has loaded all of it, which may take seconds.
+#define CORVID_ASKS_LATE
 /// Only Nemo has lines between the entries of a module's menu.
 #define CORVID_NEW_SEPARATOR nemo_menu_item_new_separator
