@@ -20,7 +20,9 @@ target_compile_options(corvid_options INTERFACE
   $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wnull-dereference -Wthread-safety
                                         -Werror=thread-safety>
   # std::stable_sort of libstdc++ 12 calls what it declares deprecated itself.
-  $<$<CXX_COMPILER_ID:Clang>:-Wno-deprecated-declarations>)
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-deprecated-declarations>
+  # A source of a unity build is no header, which this takes it for.
+  $<$<AND:$<BOOL:${CMAKE_UNITY_BUILD}>,$<COMPILE_LANG_AND_ID:CXX,GNU>>:-Wno-subobject-linkage>)
 target_link_libraries(corvid_options INTERFACE Threads::Threads)
 add_library(corvid_sanitizers INTERFACE)
 target_link_libraries(corvid_options INTERFACE corvid_sanitizers)
