@@ -138,7 +138,7 @@ struct Comparison {
 void compareBadgeRequest(bool quick) {
     const Value value = badgeRequest();
     Comparison times;
-    times.run(value, quick ? 20 : 100, quick ? 200 : 1000);
+    times.run(value, quick ? 20 : 300, quick ? 200 : 1000);
     print({"archive_decode_libplist_vs_ours", times.decodeTheirs.best / times.decodeOurs.best,
            "ratio", 6, Better::Higher});
     print({"archive_encode_libplist_vs_ours", times.encodeTheirs.best / times.encodeOurs.best,
@@ -186,7 +186,7 @@ void compareSizes(bool quick) {
     const Bytes manyBytes = archivedData(many);
     Timer fewTime;
     Timer manyTime;
-    for (int round = 0; round < (quick ? 3 : 20); ++round) {
+    for (int round = 0; round < (quick ? 3 : 60); ++round) {
         fewTime.run(100, [&] {
             decode(fewBytes);
             keep(archivedData(few));
