@@ -25,8 +25,8 @@ public:
     bool isEmpty() const { return paths_.empty(); }
     /// Looks for each of them once, or until `slice` has passed, and forgets those of which
     /// `isThere` says that they are.
-    void lookFor(const std::function<bool(const std::string& path)>& isThere,
-                 Clock::time_point now, Clock::duration slice);
+    void lookFor(const std::function<bool(const std::string& path)>& isThere, Clock::time_point now,
+                 Clock::duration slice);
 
 private:
     std::deque<std::string> paths_;

@@ -40,7 +40,7 @@ bool isFolder(DIR* parent, const dirent& entry) {
     if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK) {
         return entry.d_type == DT_DIR;
     }
-    struct stat status {};
+    struct stat status{};
     return fstatat(dirfd(parent), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
 }
 

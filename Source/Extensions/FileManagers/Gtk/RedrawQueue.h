@@ -30,7 +30,7 @@ public:
     };
 
     /// Changes that are handed out in one period.
-    static constexpr std::size_t kChangesAtOnce = 128;
+    static constexpr std::size_t kChangesAtOnce = 96;
     static constexpr std::chrono::milliseconds kPeriod{100};
 
     void add(std::string path, Reason reason);

@@ -11,8 +11,8 @@
 namespace corvid::gtk {
 namespace {
 
-using ::testing::ElementsAre;
 using std::chrono::milliseconds;
+using ::testing::ElementsAre;
 
 class AbsentItemsTest : public ::testing::Test {
 protected:

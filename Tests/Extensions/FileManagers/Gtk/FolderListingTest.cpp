@@ -42,8 +42,8 @@ TEST(FolderListingTest, SubfoldersComeBeforeFilesAndBothByName) {
     std::filesystem::create_directory(folder / "z");
     std::filesystem::create_directory_symlink(folder / "z", folder / "link");
     std::filesystem::create_symlink(folder / "nowhere", folder / "dangling");
-    EXPECT_THAT(namesOf(folder / ""), ElementsAre("link/", "z/", "9", "10", "A", "b", "dangling",
-                                                 "not UTF-8 \xff"));
+    EXPECT_THAT(namesOf(folder / ""),
+                ElementsAre("link/", "z/", "9", "10", "A", "b", "dangling", "not UTF-8 \xff"));
 }
 
 TEST(FolderListingTest, OnlyTheFirstOfALargeFolderAreListed) {
