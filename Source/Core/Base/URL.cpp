@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 namespace corvid {
 
@@ -294,10 +295,10 @@ bool isFileScheme(const std::optional<std::string_view>& scheme) {
 
 } // namespace
 
-URL URL::holding(std::string_view text, const Resolved* resolved) {
+URL URL::holding(std::string_view text, std::unique_ptr<const Resolved> resolved) {
     static_assert(std::is_trivially_destructible_v<Parts>);
     void* const memory = ::operator new(sizeof(Parts) + text.size());
-    const auto* const parts = ::new (memory) Parts{1, resolved, text.size()};
+    const auto* const parts = ::new (memory) Parts{1, resolved.release(), text.size()};
     std::memcpy(static_cast<char*>(memory) + sizeof(Parts), text.data(), text.size());
     return URL(parts);
 }
@@ -333,7 +334,7 @@ std::optional<URL> URL::fromText(std::string_view text) {
     if (!isPlainFileURL(text) && (text.empty() || !isReference(split(text)))) {
         return std::nullopt;
     }
-    return holding(text);
+    return holding(text, nullptr);
 }
 
 std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
@@ -346,9 +347,7 @@ std::optional<URL> URL::fromText(std::string_view text, const URL& base) {
     }
     auto absolute = std::make_unique<const Resolved>(
         Resolved{base, resolved(reference, split(base.absoluteString()))});
-    URL url = holding(text, absolute.get());
-    static_cast<void>(absolute.release()); // The URL's, now that it is there.
-    return url;
+    return holding(text, std::move(absolute));
 }
 
 std::string_view URL::absoluteString() const {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -82,7 +84,7 @@ private:
         std::size_t textSize = 0;
     };
 
-    static URL holding(std::string_view text, const Resolved* resolved = nullptr);
+    static URL holding(std::string_view text, std::unique_ptr<const Resolved> resolved);
     explicit URL(const Parts* parts) : parts_(parts) {}
 
     static void release(const Parts* parts) noexcept {

@@ -81,11 +81,11 @@ gpointer run(gpointer data) {
 } // namespace
 
 void listFirstItems(const std::string& folder, HearFirstItems hear) {
-    auto listing = std::make_unique<Listing>(Listing{folder, std::move(hear), {}});
-    GThread* const thread = g_thread_try_new("corvid-listing", run, listing.get(), nullptr);
-    if (thread != nullptr) { // Else the file manager asks for the badges in its own time.
-        static_cast<void>(listing.release());
+    auto* const listing = new Listing{folder, std::move(hear), {}};
+    if (GThread* const thread = g_thread_try_new("corvid-listing", run, listing, nullptr)) {
         g_thread_unref(thread);
+    } else { // The file manager asks for the badges in its own time.
+        delete listing;
     }
 }
 
