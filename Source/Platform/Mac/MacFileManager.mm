@@ -3,9 +3,9 @@
 #import <Foundation/Foundation.h>
 
 #include "Platform/Mac/FoundationValues.h"
+#include "Platform/Unix/LastError.h"
 #include "Platform/Unix/UnixAppendFile.h"
 
-#include <cerrno>
 #include <dirent.h>
 #include <memory>
 #include <unistd.h>
@@ -20,10 +20,6 @@ NSFileManager* manager() {
 
 NSString* foundationPath(const std::string& path) {
     return [manager() stringWithFileSystemRepresentation:path.data() length:path.size()];
-}
-
-std::error_code lastError() {
-    return {errno, std::generic_category()};
 }
 
 std::chrono::system_clock::time_point timePoint(NSDate* date) {

@@ -1,19 +1,13 @@
 #include "Platform/Unix/UnixAppendFile.h"
 
+#include "Platform/Unix/LastError.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace corvid {
-
-namespace {
-
-std::error_code lastError() {
-    return {errno, std::generic_category()};
-}
-
-} // namespace
 
 std::unique_ptr<AppendFile> UnixAppendFile::create(const std::string& path,
                                                    std::error_code& error) {

@@ -1,9 +1,9 @@
 #include "Platform/Unix/UnixFileManager.h"
 
+#include "Platform/Unix/LastError.h"
 #include "Platform/Unix/UnixAppendFile.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,10 +14,6 @@
 namespace corvid {
 
 namespace {
-
-std::error_code lastError() {
-    return {errno, std::generic_category()};
-}
 
 std::chrono::system_clock::time_point timePoint(std::int64_t seconds, std::uint32_t nanoseconds) {
     return std::chrono::system_clock::time_point(
