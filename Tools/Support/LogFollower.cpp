@@ -1,6 +1,7 @@
 #include "Support/LogFollower.h"
 
 #include "Core/Base/FileContents.h"
+#include "Platform/Unix/FileEvents.h"
 #include "Support/LogFiles.h"
 
 #include <algorithm>
@@ -60,35 +61,35 @@ void LogFollower::readLast(std::size_t count) {
 }
 
 void LogFollower::follow(const std::function<void()>& idle) {
-    alignas(inotify_event) std::array<char, 64 * 1024> buffer{};
-    for (;;) {
+    bool isGone = false;
+    while (!isGone) {
         idle();
-        const ssize_t size = ::read(watch_.get(), buffer.data(), buffer.size());
-        if (size < 0 && errno != EINTR) {
+        if (!readFileEvents(watch_.get(), [&](const FileEvent& event) {
+                isGone = isGone || (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0;
+                if (!isGone) {
+                    note(event);
+                }
+            })) {
             fail(folder_);
         }
-        for (ssize_t at = 0; at < size;) {
-            const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
-            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0) {
-                return;
-            }
-            if ((event->mask & IN_Q_OVERFLOW) != 0) {
-                for (const LogFileInfo& file : logFilesIn(folder_)) {
-                    begin(file.name);
-                }
-                continue;
-            }
-            const std::string name = event->len > 0 ? event->name : "";
-            if ((event->mask & IN_DELETE) != 0) {
-                if (const auto gone = files_.find(name); gone != files_.end()) {
-                    read(name, gone->second);
-                    files_.erase(gone);
-                }
-            } else if (processOfLogFile(name).has_value()) {
-                begin(name);
-            }
+    }
+}
+
+void LogFollower::note(const FileEvent& event) {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        for (const LogFileInfo& file : logFilesIn(folder_)) {
+            begin(file.name);
         }
+        return;
+    }
+    const std::string name(event.name);
+    if ((event.mask & IN_DELETE) != 0) {
+        if (const auto gone = files_.find(name); gone != files_.end()) {
+            read(name, gone->second);
+            files_.erase(gone);
+        }
+    } else if (processOfLogFile(name).has_value()) {
+        begin(name);
     }
 }
 

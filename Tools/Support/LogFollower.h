@@ -12,6 +12,8 @@
 
 namespace corvid {
 
+struct FileEvent;
+
 /// Reads the lines of the extension's log files as they are written, from file to file and from
 /// process to process. Failures are std::system_error. One thread.
 class LogFollower {
@@ -36,6 +38,7 @@ private:
         std::string lineBegun;
     };
 
+    void note(const FileEvent& event);
     void begin(const std::string& name);
     void read(const std::string& name, Followed& followed);
 

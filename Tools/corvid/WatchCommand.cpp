@@ -2,15 +2,14 @@
 #include "Core/Base/PrintableText.h"
 #include "LinkCommand.h"
 #include "Listing.h"
+#include "Platform/Unix/FileEvents.h"
 #include "Platform/Unix/OwnedFd.h"
 #include "Tools/Support/Terminal.h"
 #include "Tools/Support/VolumePath.h"
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -105,10 +104,8 @@ private:
     }
 
     bool drainFolderEvents() {
-        alignas(inotify_event) std::array<char, 4096> buffer{};
         bool hasAny = false;
-        while (::read(folderEvents_.get(), buffer.data(), buffer.size()) > 0) {
-            hasAny = true;
+        while (readFileEvents(folderEvents_.get(), [&](const FileEvent&) { hasAny = true; })) {
         }
         return hasAny;
     }

@@ -1,13 +1,11 @@
 #include "Platform/Unix/FolderWatcher.h"
 
+#include "Platform/Unix/FileEvents.h"
 #include "Platform/Unix/UnixDispatch.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
-#include <unistd.h>
 #include <utility>
 
 // glibc 2.36 declares its functions without C linkage.
@@ -91,19 +89,12 @@ void FolderWatcher::watchProcesses(const std::vector<pid_t>& processes) {
 }
 
 void FolderWatcher::onEvents(std::uint32_t) {
-    // Aligned as the kernel writes it (inotify(7)).
-    alignas(inotify_event) std::array<char, 4096> buffer{};
     bool isOtherFolder = false;
     bool isChange = false;
-    ssize_t size = 0;
-    while ((size = read(inotify_.get(), buffer.data(), buffer.size())) > 0) {
-        for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(size);) {
-            inotify_event event{};
-            std::memcpy(&event, buffer.data() + at, sizeof event);
-            at += sizeof event + event.len;
-            isOtherFolder = isOtherFolder || (event.mask & (kGone | IN_ISDIR)) != 0;
-            isChange = isChange || event.wd == runtimeWatch_ || event.wd == portsWatch_;
-        }
+    while (readFileEvents(inotify_.get(), [&](const FileEvent& event) {
+        isOtherFolder = isOtherFolder || (event.mask & (kGone | IN_ISDIR)) != 0;
+        isChange = isChange || event.watch == runtimeWatch_ || event.watch == portsWatch_;
+    })) {
     }
     if (isOtherFolder) {
         arm();

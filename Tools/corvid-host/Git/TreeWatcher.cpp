@@ -1,13 +1,12 @@
 #include "Tools/corvid-host/Git/TreeWatcher.h"
 
-#include <array>
+#include "Platform/Unix/FileEvents.h"
+
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
 namespace corvid {
 
@@ -56,48 +55,37 @@ void TreeWatcher::unwatch(const std::string& folder) {
 }
 
 void TreeWatcher::read(std::set<std::string>& paths) {
-    alignas(inotify_event) std::array<char, 64 * 1024> buffer;
-    while (true) {
-        const ssize_t length = ::read(descriptor_.get(), buffer.data(), buffer.size());
-        if (length < 0 && errno == EINTR) {
-            continue;
-        }
-        if (length <= 0) {
-            return;
-        }
-        for (const char* next = buffer.data(); next < buffer.data() + length;) {
-            inotify_event event;
-            std::memcpy(&event, next, sizeof event);
-            const char* name = next + sizeof event;
-            next += sizeof event + event.len;
-            if ((event.mask & IN_Q_OVERFLOW) != 0) {
-                paths.insert("");
-                continue;
-            }
-            const auto folder = folders_.find(event.wd);
-            if (folder == folders_.end()) {
-                continue;
-            }
-            if ((event.mask & IN_IGNORED) != 0) {
-                if (const auto watch = watches_.find(folder->second);
-                    watch != watches_.end() && watch->second == event.wd) {
-                    watches_.erase(watch);
-                }
-                folders_.erase(folder);
-                continue;
-            }
-            if (event.len == 0) {
-                continue;
-            }
-            std::string path = folder->second;
-            path.append(path.empty() ? "" : "/").append(name);
-            // A folder that moves takes its watches along; under its new name they are made anew.
-            if ((event.mask & IN_ISDIR) != 0 && (event.mask & IN_MOVED_FROM) != 0) {
-                unwatch(path);
-            }
-            paths.insert(std::move(path));
-        }
+    while (readFileEvents(descriptor_.get(), [&](const FileEvent& event) { note(event, paths); })) {
     }
+}
+
+void TreeWatcher::note(const FileEvent& event, std::set<std::string>& paths) {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        paths.insert("");
+        return;
+    }
+    const auto folder = folders_.find(event.watch);
+    if (folder == folders_.end()) {
+        return;
+    }
+    if ((event.mask & IN_IGNORED) != 0) {
+        if (const auto watch = watches_.find(folder->second);
+            watch != watches_.end() && watch->second == event.watch) {
+            watches_.erase(watch);
+        }
+        folders_.erase(folder);
+        return;
+    }
+    if (event.name.empty()) {
+        return;
+    }
+    std::string path = folder->second;
+    path.append(path.empty() ? "" : "/").append(event.name);
+    // A folder that moves takes its watches along; under its new name they are made anew.
+    if ((event.mask & IN_ISDIR) != 0 && (event.mask & IN_MOVED_FROM) != 0) {
+        unwatch(path);
+    }
+    paths.insert(std::move(path));
 }
 
 } // namespace corvid

@@ -9,6 +9,8 @@
 
 namespace corvid {
 
+struct FileEvent;
+
 /// Says what changes in the folders of a tree, by inotify(7). Paths are relative to the top, which
 /// is "". Folders are watched one by one: new ones by whoever finds them. One thread.
 class TreeWatcher {
@@ -30,6 +32,7 @@ public:
     bool isIncomplete() const { return isIncomplete_; }
 
 private:
+    void note(const FileEvent& event, std::set<std::string>& paths);
     void unwatch(const std::string& folder);
 
     const std::string top_;

@@ -1,5 +1,7 @@
 #include "Extensions/FileManagers/Link/LinkClient.h"
 
+#include "Platform/Unix/FileEvents.h"
+
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -9,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 namespace corvid::link {
@@ -213,18 +214,10 @@ void LinkClient::watchForExtension() {
 }
 
 void LinkClient::readFolderEvents() {
-    // Aligned as the kernel writes it (inotify(7)).
-    alignas(inotify_event) std::array<char, 4096> buffer{};
     bool hasCome = false;
-    ssize_t size = 0;
-    while ((size = ::read(folderEvents_.get(), buffer.data(), buffer.size())) > 0) {
-        for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(size);) {
-            inotify_event event{};
-            std::memcpy(&event, buffer.data() + at, sizeof event);
-            const char* const name = buffer.data() + at + sizeof event;
-            hasCome = hasCome || (event.len > 0 && awaitedName_ == name);
-            at += sizeof event + event.len;
-        }
+    while (readFileEvents(folderEvents_.get(), [&](const FileEvent& event) {
+        hasCome = hasCome || event.name == awaitedName_;
+    })) {
     }
     if (hasCome && state_ == State::waiting) {
         pause_ = options_.firstPause;
