@@ -17,7 +17,7 @@ from leftovers import Scratch
 
 SKIPPED = 77
 PICTURES = BUILD / "pictures"
-PATIENCE = int(os.environ.get("PATIENCE","120"))
+PATIENCE = 120  # seconds
 EMBLEM_SIZES = (16, 24, 32, 48, 64)
 
 
@@ -401,11 +401,11 @@ class Window:
     def find_item(self, name):
         """The area (x, y, width, height) of a file or folder in the view; None when it is not
         there."""
-        return next((area_of(one) for one in self.items(name)), None)
+        return next(self.find_items(name), None)
 
-    def items(self, name):
-        """The files or folders of that name, in all windows of the process."""
-        return (one for one in self.walk()
+    def find_items(self, name):
+        """The areas of all files or folders of that name, in all windows of the process."""
+        return (area_of(one) for one in self.walk()
                 if one.get_name() == name and one.get_role_name() == self.manager.item)
 
     def item(self, name):

@@ -283,7 +283,7 @@ class TwoWindows(FileManagerCase):
         # Both on one folder, and then the other one only.
         self.desktop.key("Up", "Alt_L", at=3 / 4)
         host.wait_for("hidden", folder=str(self.world.volume / "folder"))
-        self.desktop.wait_for(lambda: len(list(window.items("a.txt"))) == 2, "a.txt in both")
+        self.desktop.wait_for(lambda: len(list(window.find_items("a.txt"))) == 2, "a.txt in both")
         self.desktop.key("w", "Control_L", at=3 / 4)
         self.desktop.side_by_side(1)
         self.world.change("a.txt")

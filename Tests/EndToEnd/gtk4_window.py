@@ -14,19 +14,20 @@ class Gtk4Window(Window):
         self.found = {}
         super().__init__(*arguments, **options)
 
-    def part(self, role, name):
-        """What has that role and name in the window. Found once, for it takes hundreds of questions."""
-        if (role, name) not in self.found:
-            self.found[role, name] = next(
-                (one for one in self.walk()
+    def part(self, frame, role, name):
+        """What has that role and name in a window. Found once, for it takes hundreds of questions."""
+        key = frame, role, name
+        if key not in self.found:
+            self.found[key] = next(
+                (one for one in self.walk(frame)
                  if one.get_role_name() == role and one.get_name() == name), None)
         try:
-            if self.found[role, name] is not None:
-                self.found[role, name].get_role_name()  # fails for what is no longer there
-                return self.found[role, name]
+            if self.found[key] is not None:
+                self.found[key].get_role_name()  # fails for what is no longer there
+                return self.found[key]
         except GLib.Error:
             pass
-        del self.found[role, name]
+        del self.found[key]
         return None
 
     def passes_over(self, accessible):
@@ -36,21 +37,22 @@ class Gtk4Window(Window):
     # Where things are.
 
     def area(self):
-        left, top = self.desktop.wait_for(self._origin, "the window")
-        _, _, width, height = area_of(self._frame())
-        return left, top, width, height
+        return self.desktop.wait_for(
+            lambda: next((area for _, area in self._frames()), None), "the window")
 
-    def _frame(self):
-        return next(children_of(self.application()))
-
-    def _origin(self):
-        """Where on the screen the content of the window begins: inside of its border."""
-        _, _, width, height = area_of(self._frame())
-        for surface in self._surfaces(is_popup=False):
-            wider, higher = surface.width - width, surface.height - height
-            if wider == higher and 0 <= wider < self.LARGEST_BORDER:
-                return surface.x + wider // 2, surface.y + higher // 2
-        return None
+    def _frames(self):
+        """The windows, oldest first, and where on the screen the content of each is: inside of its
+        border. The X server has those of one size in the same order."""
+        application = self.application()
+        surfaces = list(self._surfaces(is_popup=False)) if application else []
+        for frame in children_of(application) if surfaces else ():
+            _, _, width, height = area_of(frame)
+            for surface in surfaces:
+                wider, higher = surface.width - width, surface.height - height
+                if wider == higher and 0 <= wider < self.LARGEST_BORDER:
+                    surfaces.remove(surface)
+                    yield frame, (surface.x + wider // 2, surface.y + higher // 2, width, height)
+                    break
 
     def _surfaces(self, is_popup):
         for surface in self.desktop.surfaces(is_popup):
@@ -61,28 +63,28 @@ class Gtk4Window(Window):
             if geometry.width > 1:  # not what holds a selection
                 yield geometry
 
-    def find_item(self, name):
-        view = self.part("table", "GtkGridView")
-        origin = view and self._origin()
-        for cell in children_of(view) if origin else ():
-            item = cell.get_child_at_index(0)
-            if item is not None and item.get_name() == name:
-                x, y, width, height = area_of(item)
-                return origin[0] + x, origin[1] + y, width, height
-        return None
+    def find_items(self, name):
+        for frame, (left, top, _, _) in self._frames():
+            view = self.part(frame, "table", "GtkGridView")
+            for cell in children_of(view) if view else ():
+                item = cell.get_child_at_index(0)
+                if item is not None and item.get_name() == name:
+                    x, y, width, height = area_of(item)
+                    yield left + x, top + y, width, height
 
     # Its menus: one popover, in which a submenu takes the place of what it belongs to.
 
     def _popover(self):
         """The open menu, its place in its surface and that on the screen; None when none is."""
         surfaces = list(self._surfaces(is_popup=True))
-        content = self.part("filler", "Content View") if surfaces else None
-        for popover in children_of(content) if content else ():
-            if popover.get_role_name() == "menu":
-                x, y, width, height = area_of(popover)
-                for surface in surfaces:
-                    if (surface.width, surface.height) == (width, height):
-                        return popover, (surface.x - x, surface.y - y)
+        for frame, _ in self._frames() if surfaces else ():
+            content = self.part(frame, "filler", "Content View")
+            for popover in children_of(content) if content else ():
+                if popover.get_role_name() == "menu":
+                    x, y, width, height = area_of(popover)
+                    for surface in surfaces:
+                        if (surface.width, surface.height) == (width, height):
+                            return popover, (surface.x - x, surface.y - y)
         return None
 
     def _page(self, popover):
