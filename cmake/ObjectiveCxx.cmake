@@ -29,9 +29,13 @@ endif()
 
 set(CMAKE_OBJCXX_COMPILER "${CORVID_CLANGXX}" CACHE FILEPATH "Objective-C++ compiler")
 set(CMAKE_OBJCXX_COMPILER_LAUNCHER "${CMAKE_CXX_COMPILER_LAUNCHER}")
+# Enabling it says for all languages how clang precompiles headers: the C++ compiler would write them
+# under a name that it does not look for.
+set(pch_extension "${CMAKE_PCH_EXTENSION}")
+set(pch_prologue "${CMAKE_PCH_PROLOGUE}")
 enable_language(OBJCXX)
-# It sets this for both languages in the words of clang alone.
-set(CMAKE_PCH_PROLOGUE "#pragma GCC system_header")
+set(CMAKE_PCH_EXTENSION "${pch_extension}")
+set(CMAKE_PCH_PROLOGUE "${pch_prologue}")
 list(GET objc_headers -1 objc_header)
 cmake_path(GET objc_header PARENT_PATH objc_folder)
 cmake_path(GET objc_folder PARENT_PATH objc_include)

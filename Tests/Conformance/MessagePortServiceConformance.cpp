@@ -1,6 +1,7 @@
 #include "Tests/Conformance/MessagePortServiceConformance.h"
 
 #include "Core/Base/Mutex.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <algorithm>
 #include <atomic>
@@ -21,10 +22,6 @@ using testing::ElementsAre;
 // Generous: a test that waits this long fails.
 constexpr auto kLong = 20s;
 constexpr auto kTimeout = 10000ms;
-
-Bytes bytes(std::string_view text) {
-    return {text.begin(), text.end()};
-}
 
 std::string text(ByteView data) {
     return {data.begin(), data.end()};
@@ -118,12 +115,12 @@ TEST_P(MessagePortServiceConformance, aRequestIsAnswered) {
     const auto local = service().createLocal(
         "host", [](MessagePort& port, std::int32_t messageID, std::optional<ByteView> data) {
             return std::optional(
-                bytes(port.name() + " " + std::to_string(messageID) + " " + text(*data)));
+                bytesOf(port.name() + " " + std::to_string(messageID) + " " + text(*data)));
         });
     ASSERT_NE(local, nullptr);
     service().setDispatchQueue(*local, queue());
     std::optional<Bytes> reply;
-    EXPECT_EQ(ask(service(), "host", -7, bytes("question"), reply), SendStatus::success);
+    EXPECT_EQ(ask(service(), "host", -7, bytesOf("question"), reply), SendStatus::success);
     ASSERT_TRUE(reply);
     EXPECT_EQ(text(*reply), "host -7 question");
 }
@@ -131,8 +128,8 @@ TEST_P(MessagePortServiceConformance, aRequestIsAnswered) {
 TEST_P(MessagePortServiceConformance, anAnswerWithoutDataLeavesTheReplyAlone) {
     const auto local = service().createLocal("mute", noReply());
     service().setDispatchQueue(*local, queue());
-    std::optional<Bytes> reply = bytes("before");
-    EXPECT_EQ(ask(service(), "mute", 1, bytes("question"), reply), SendStatus::success);
+    std::optional<Bytes> reply = bytesOf("before");
+    EXPECT_EQ(ask(service(), "mute", 1, bytesOf("question"), reply), SendStatus::success);
     EXPECT_EQ(text(*reply), "before");
 }
 
@@ -140,8 +137,8 @@ TEST_P(MessagePortServiceConformance, anEmptyAnswerIsAnAnswer) {
     const auto local = service().createLocal(
         "empty", [](MessagePort&, std::int32_t, std::optional<ByteView>) { return Bytes(); });
     service().setDispatchQueue(*local, queue());
-    std::optional<Bytes> reply = bytes("before");
-    EXPECT_EQ(ask(service(), "empty", 1, bytes("question"), reply), SendStatus::success);
+    std::optional<Bytes> reply = bytesOf("before");
+    EXPECT_EQ(ask(service(), "empty", 1, bytesOf("question"), reply), SendStatus::success);
     ASSERT_TRUE(reply);
     EXPECT_TRUE(reply->empty());
 }
@@ -151,14 +148,14 @@ TEST_P(MessagePortServiceConformance, aSendWithoutReplyNeverFillsTheReply) {
     const auto local =
         service().createLocal("oneway", [&](MessagePort&, std::int32_t, std::optional<ByteView>) {
             called.set_value();
-            return std::optional(bytes("unasked"));
+            return std::optional(bytesOf("unasked"));
         });
     service().setDispatchQueue(*local, queue());
     const auto remote = service().createRemote("oneway");
     ASSERT_NE(remote, nullptr);
-    std::optional<Bytes> reply = bytes("before");
+    std::optional<Bytes> reply = bytesOf("before");
     EXPECT_EQ(
-        service().sendRequest(*remote, 1, bytes("x"), kTimeout, kTimeout, std::nullopt, &reply),
+        service().sendRequest(*remote, 1, bytesOf("x"), kTimeout, kTimeout, std::nullopt, &reply),
         SendStatus::success);
     ASSERT_EQ(called.get_future().wait_for(kLong), std::future_status::ready);
     EXPECT_EQ(text(*reply), "before");
@@ -179,7 +176,7 @@ TEST_P(MessagePortServiceConformance, messagesWaitUntilThereIsAQueueAndKeepTheir
     const auto local = service().createLocal("later", inbox.callback());
     std::vector<std::string> expected;
     for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(post(service(), "later", i, bytes("m")), SendStatus::success);
+        EXPECT_EQ(post(service(), "later", i, bytesOf("m")), SendStatus::success);
         expected.push_back(std::to_string(i) + ":m");
     }
     EXPECT_EQ(inbox.count(), 0U);
@@ -197,14 +194,14 @@ TEST_P(MessagePortServiceConformance, orderIsThatOfTheSendsWhicheverRemoteIsUsed
         const auto second = service().createRemote("order");
         ASSERT_NE(first, nullptr);
         ASSERT_NE(second, nullptr);
-        EXPECT_EQ(service().sendRequest(*second, i, bytes("m"), kTimeout, kTimeout, std::nullopt,
+        EXPECT_EQ(service().sendRequest(*second, i, bytesOf("m"), kTimeout, kTimeout, std::nullopt,
                                         nullptr),
                   SendStatus::success);
-        EXPECT_EQ(service().sendRequest(*first, i + 1, bytes("m"), kTimeout, kTimeout, std::nullopt,
-                                        nullptr),
+        EXPECT_EQ(service().sendRequest(*first, i + 1, bytesOf("m"), kTimeout, kTimeout,
+                                        std::nullopt, nullptr),
                   SendStatus::success);
-        EXPECT_EQ(service().sendRequest(*first, i + 2, bytes("m"), kTimeout, kTimeout, std::nullopt,
-                                        nullptr),
+        EXPECT_EQ(service().sendRequest(*first, i + 2, bytesOf("m"), kTimeout, kTimeout,
+                                        std::nullopt, nullptr),
                   SendStatus::success);
         for (int j = i; j < i + 3; ++j) {
             expected.push_back(std::to_string(j) + ":m");
@@ -238,7 +235,7 @@ TEST_P(MessagePortServiceConformance, callbacksRunOnTheQueueOneAtATime) {
         senders.emplace_back([this, name] {
             for (int i = 0; i < 50; ++i) {
                 std::optional<Bytes> reply;
-                EXPECT_EQ(ask(service(), name, i, bytes("m"), reply), SendStatus::success);
+                EXPECT_EQ(ask(service(), name, i, bytesOf("m"), reply), SendStatus::success);
             }
         });
     }
@@ -259,7 +256,7 @@ TEST_P(MessagePortServiceConformance, invalidationFreesTheNameAtOnce) {
     service().invalidate(*local);
     EXPECT_EQ(service().createRemote("freed"), nullptr);
     EXPECT_EQ(
-        service().sendRequest(*remote, 1, bytes("x"), kTimeout, kTimeout, std::nullopt, nullptr),
+        service().sendRequest(*remote, 1, bytesOf("x"), kTimeout, kTimeout, std::nullopt, nullptr),
         SendStatus::isInvalid);
     const auto next = service().createLocal("freed", noReply());
     EXPECT_NE(next, nullptr);
@@ -282,9 +279,9 @@ TEST_P(MessagePortServiceConformance, anInvalidatedRemoteSendsNothing) {
     const auto remote = service().createRemote("target");
     service().invalidate(*remote);
     EXPECT_EQ(
-        service().sendRequest(*remote, 1, bytes("x"), kTimeout, kTimeout, std::nullopt, nullptr),
+        service().sendRequest(*remote, 1, bytesOf("x"), kTimeout, kTimeout, std::nullopt, nullptr),
         SendStatus::isInvalid);
-    EXPECT_EQ(post(service(), "target", 2, bytes("y")), SendStatus::success);
+    EXPECT_EQ(post(service(), "target", 2, bytesOf("y")), SendStatus::success);
     EXPECT_THAT(inbox.waitFor(1), ElementsAre("2:y"));
 }
 
@@ -300,7 +297,7 @@ TEST_P(MessagePortServiceConformance, invalidationWaitsForTheCallbackThatRuns) {
             return std::optional<Bytes>();
         });
     service().setDispatchQueue(*local, queue());
-    EXPECT_EQ(post(service(), "busy", 1, bytes("x")), SendStatus::success);
+    EXPECT_EQ(post(service(), "busy", 1, bytesOf("x")), SendStatus::success);
     ASSERT_EQ(entered.get_future().wait_for(kLong), std::future_status::ready);
     auto ended = std::async(std::launch::async, [&] {
         service().invalidate(*local);
@@ -319,10 +316,10 @@ TEST_P(MessagePortServiceConformance, invalidationWithinACallbackReturnsAndIsThe
             ++calls;
             service().invalidate(port);
             invalidated.set_value();
-            return std::optional(bytes("last"));
+            return std::optional(bytesOf("last"));
         });
     for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(post(service(), "self", i, bytes("x")), SendStatus::success);
+        EXPECT_EQ(post(service(), "self", i, bytesOf("x")), SendStatus::success);
     }
     service().setDispatchQueue(*local, queue());
     ASSERT_EQ(invalidated.get_future().wait_for(kLong), std::future_status::ready);
@@ -342,11 +339,11 @@ TEST_P(MessagePortServiceConformance, aCallbackMaySendToAnotherPort) {
         "relay", [&](MessagePort&, std::int32_t messageID, std::optional<ByteView> data) {
             std::optional<Bytes> reply;
             EXPECT_EQ(ask(service(), "other", messageID, *data, reply), SendStatus::success);
-            return std::optional(bytes("relayed"));
+            return std::optional(bytesOf("relayed"));
         });
     service().setDispatchQueue(*local, queue());
     std::optional<Bytes> reply;
-    EXPECT_EQ(ask(service(), "relay", 9, bytes("through"), reply), SendStatus::success);
+    EXPECT_EQ(ask(service(), "relay", 9, bytesOf("through"), reply), SendStatus::success);
     EXPECT_EQ(text(*reply), "relayed");
     EXPECT_THAT(inbox.waitFor(1), ElementsAre("9:through"));
 }
@@ -378,7 +375,7 @@ TEST_P(MessagePortServiceConformance, aReplyThatIsTooLargeIsAFailure) {
         });
     service().setDispatchQueue(*local, queue());
     std::optional<Bytes> reply;
-    EXPECT_EQ(ask(service(), "generous", 1, bytes("x"), reply), SendStatus::transportError);
+    EXPECT_EQ(ask(service(), "generous", 1, bytesOf("x"), reply), SendStatus::transportError);
     EXPECT_FALSE(reply);
 }
 
@@ -396,7 +393,7 @@ TEST_P(MessagePortServiceConformance, theEndWaitsForTheCallbackThatHasEndedItsOw
             return std::optional<Bytes>();
         });
     service().setDispatchQueue(*local, queue());
-    EXPECT_EQ(post(service(), "self", 1, bytes("x")), SendStatus::success);
+    EXPECT_EQ(post(service(), "self", 1, bytesOf("x")), SendStatus::success);
     ended.get_future().wait();
     local.reset();
     EXPECT_TRUE(isDone);
@@ -407,13 +404,13 @@ TEST_P(MessagePortServiceConformance, aCallbackThatTakesTooLongIsAReceiveTimeout
     const auto local =
         service().createLocal("slow", [&](MessagePort&, std::int32_t, std::optional<ByteView>) {
             mayAnswer.get_future().wait();
-            return std::optional(bytes("late"));
+            return std::optional(bytesOf("late"));
         });
     service().setDispatchQueue(*local, queue());
     const auto remote = service().createRemote("slow");
     std::optional<Bytes> reply;
     const auto before = std::chrono::steady_clock::now();
-    EXPECT_EQ(service().sendRequest(*remote, 1, bytes("x"), kTimeout, 100ms, "mode", &reply),
+    EXPECT_EQ(service().sendRequest(*remote, 1, bytesOf("x"), kTimeout, 100ms, "mode", &reply),
               SendStatus::receiveTimeout);
     EXPECT_GE(std::chrono::steady_clock::now() - before, 100ms);
     EXPECT_FALSE(reply);

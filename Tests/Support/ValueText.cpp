@@ -19,7 +19,7 @@ std::string joined(const std::vector<std::string>& parts) {
     return all;
 }
 
-std::string quoted(const std::string& text) {
+std::string inQuotes(const std::string& text) {
     return '"' + text + '"';
 }
 
@@ -66,7 +66,7 @@ std::string valueText(const Value& value) {
         return std::to_string(*real);
     }
     if (const std::string* text = value.asString()) {
-        return quoted(*text);
+        return inQuotes(*text);
     }
     if (const Data* data = value.asData()) {
         return std::to_string(data->bytes.size()) + " bytes";
@@ -90,7 +90,7 @@ std::string valueText(const Value& value) {
         return menuItemText(*item);
     }
     if (const auto menu = value.asMenu()) {
-        return "menu " + quoted(menu->title);
+        return "menu " + inQuotes(menu->title);
     }
     return opaqueText(*value.asOpaque());
 }
@@ -111,11 +111,11 @@ std::string menuItemText(const MenuItem& item) {
         }
     };
     flag("separator", item.isSeparator);
-    add("title", quoted(item.title));
+    add("title", inQuotes(item.title));
     number("tag", item.tag);
     number("state", static_cast<std::int64_t>(item.state));
     if (!item.keyEquivalent.empty()) {
-        add("key", quoted(item.keyEquivalent));
+        add("key", inQuotes(item.keyEquivalent));
     }
     number("mask", static_cast<std::int64_t>(item.keyEquivalentModifierMask));
     number("indentation", item.indentationLevel);
@@ -123,7 +123,7 @@ std::string menuItemText(const MenuItem& item) {
     flag("hidden", item.isHidden);
     flag("alternate", item.isAlternate);
     if (item.toolTip) {
-        add("toolTip", quoted(*item.toolTip));
+        add("toolTip", inQuotes(*item.toolTip));
     }
     if (item.action) {
         add("action", item.action->name);
@@ -139,7 +139,7 @@ std::string menuItemText(const MenuItem& item) {
         for (const auto& subItem : item.submenu->items) {
             below.push_back(menuItemText(*subItem));
         }
-        add("submenu", quoted(item.submenu->title) + " [" + joined(below) + "]");
+        add("submenu", inQuotes(item.submenu->title) + " [" + joined(below) + "]");
     }
     return "(" + joined(parts) + ")";
 }

@@ -5,6 +5,7 @@
 #include "Core/Archive/Menu.h"
 #include "Tests/Core/Archive/ArchiveComparison.h"
 #include "Tests/Core/Archive/BrokenArchives.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <gtest/gtest.h>
 

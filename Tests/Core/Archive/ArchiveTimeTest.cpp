@@ -19,7 +19,6 @@ namespace {
 using Writer = BinaryPropertyListWriter;
 using Ref = Writer::Ref;
 
-constexpr auto kDeadline = std::chrono::seconds(20);
 // Bytes that nothing refers to, so that the bound on memory is not what ends the reading.
 constexpr std::size_t kPadding = std::size_t{8} << 20U;
 
@@ -76,6 +75,7 @@ Bytes archiveOf(std::size_t count, const std::function<Ref(Writer&, std::size_t)
 
 // Reads `archive` within the deadline; what it says when it is refused.
 std::string refusalInTime(const Bytes& archive) {
+    constexpr auto kDeadline = std::chrono::seconds(20);
     const auto start = std::chrono::steady_clock::now();
     ArchiveError error;
     const auto value = unarchivedObject(archive, &error);

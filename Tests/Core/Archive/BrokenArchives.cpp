@@ -2,6 +2,7 @@
 
 #include "Core/Archive/KeyedArchive.h"
 #include "Core/Archive/Limits.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <cctype>
 #include <functional>
@@ -577,10 +578,6 @@ void addXML(std::vector<BrokenArchive>& all) {
 }
 
 } // namespace
-
-Bytes bytesOf(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
 
 std::string archiveXML(const std::string& objects, const std::string& root) {
     const std::string text =

@@ -25,6 +25,4 @@ std::string archiveXML(const std::string& objects, const std::string& root = "@1
 /// A property list of `values`, each given by its bytes, with references and offsets of two bytes.
 Bytes rawPropertyList(const std::vector<std::string>& values, unsigned top);
 
-Bytes bytesOf(const std::string& text);
-
 } // namespace corvid

@@ -2,6 +2,7 @@
 
 #include "Core/Archive/KeyedArchive.h"
 #include "Core/Archive/PropertyList.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <gtest/gtest.h>
 

@@ -11,13 +11,12 @@ namespace {
 using Key = IdentityMap::Key;
 using Kind = Key::Kind;
 
-constexpr std::uint32_t kCount = 100'000;
-// A tenth of a second is enough; slots that all keys share take minutes.
-constexpr auto kDeadline = std::chrono::seconds(10);
-
 // Adds the keys that `key` makes of the numbers from 1 on and finds all of them again.
 template <class MakeKey>
 void addAndFind(MakeKey key) {
+    constexpr std::uint32_t kCount = 100'000;
+    // A tenth of a second is enough; slots that all keys share take minutes.
+    constexpr auto kDeadline = std::chrono::seconds(10);
     FirstMemoryOf<64> memory;
     IdentityMap map(memory);
     const auto start = std::chrono::steady_clock::now();

@@ -2,6 +2,7 @@
 
 #include "Core/Archive/Menu.h"
 #include "Tests/Core/Archive/BrokenArchives.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <gtest/gtest.h>
 

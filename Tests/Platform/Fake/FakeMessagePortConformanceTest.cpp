@@ -1,6 +1,7 @@
 #include "Platform/Fake/FakeDispatch.h"
 #include "Platform/Fake/FakeMessagePortService.h"
 #include "Tests/Conformance/MessagePortServiceConformance.h"
+#include "Tests/Support/BytesOf.h"
 
 #include <gmock/gmock.h>
 
@@ -22,10 +23,6 @@ private:
     FakeDispatch dispatch_{calls_};
 };
 
-Bytes bytes(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(Fake, MessagePortServiceConformance,
@@ -38,16 +35,16 @@ TEST(FakeMessagePortService, recordsEveryCallOnALine) {
     FakeMessagePortService service(calls);
     FakeDispatch dispatch(calls);
     service.serve("host", [](std::int32_t, std::optional<ByteView>) {
-        return FakeMessagePortService::Answer{SendStatus::success, bytes("reply")};
+        return FakeMessagePortService::Answer{SendStatus::success, bytesOf("reply")};
     });
     EXPECT_EQ(service.createRemote("nobody"), nullptr);
     {
         const auto remote = service.createRemote("host");
         std::optional<Bytes> reply;
-        EXPECT_EQ(
-            service.sendRequest(*remote, 4, bytes("four"), 1000ms, 500ms, "host.replymode", &reply),
-            SendStatus::success);
-        EXPECT_EQ(reply, bytes("reply"));
+        EXPECT_EQ(service.sendRequest(*remote, 4, bytesOf("four"), 1000ms, 500ms, "host.replymode",
+                                      &reply),
+                  SendStatus::success);
+        EXPECT_EQ(reply, bytesOf("reply"));
         EXPECT_EQ(service.sendRequest(*remote, 5, {}, 1000ms, 500ms, std::nullopt, &reply),
                   SendStatus::success);
     }
@@ -75,8 +72,9 @@ TEST(FakeMessagePortService, failsAsTheTestSays) {
     CallLog calls;
     FakeMessagePortService service(calls);
     service.serve("host", [](std::int32_t messageID, std::optional<ByteView>) {
-        return FakeMessagePortService::Answer{
-            messageID == 1 ? SendStatus::sendTimeout : SendStatus::receiveTimeout, bytes("never")};
+        return FakeMessagePortService::Answer{messageID == 1 ? SendStatus::sendTimeout
+                                                             : SendStatus::receiveTimeout,
+                                              bytesOf("never")};
     });
     const auto remote = service.createRemote("host");
     std::optional<Bytes> reply;
@@ -98,12 +96,12 @@ TEST(FakeMessagePortService, deliversToALocalPort) {
     const auto local = service.createLocal(
         "extension", [&](MessagePort&, std::int32_t messageID, std::optional<ByteView> data) {
             got = std::to_string(messageID) + (data ? " data" : " none");
-            return std::optional(bytes("reply"));
+            return std::optional(bytesOf("reply"));
         });
     EXPECT_EQ(service.deliver("extension", 3, std::nullopt), std::nullopt);
     EXPECT_EQ(got, "");
     service.setDispatchQueue(*local, dispatch.serialQueue("pushes"));
-    EXPECT_EQ(service.deliver("extension", 3, std::nullopt), bytes("reply"));
+    EXPECT_EQ(service.deliver("extension", 3, std::nullopt), bytesOf("reply"));
     EXPECT_EQ(got, "3 none");
     EXPECT_EQ(service.deliver("other", 3, std::nullopt), std::nullopt);
     EXPECT_THAT(service.localNames(), ElementsAre("extension"));

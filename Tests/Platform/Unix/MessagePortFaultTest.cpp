@@ -4,6 +4,7 @@
 #include "Extensions/Finder/CVMAMessagePort.h"
 #include "Platform/Unix/MessageFrame.h"
 #include "Platform/Unix/VolumeFile.h"
+#include "Tests/Support/BytesOf.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/RealPlatform.h"
 #include "Tests/Support/RecordingReportingService.h"
@@ -48,10 +49,6 @@ const std::string kFailed =
 // What a busy machine may add to a deadline.
 constexpr auto kSlack = 15s;
 
-Bytes bytes(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-
 class MessagePortFaultTest : public testing::Test {
 protected:
     MessagePortFaultTest() { setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1); }
@@ -88,7 +85,7 @@ protected:
         std::vector<std::string> logged;
         std::chrono::steady_clock::duration took{};
     };
-    Outcome ask(const std::string& name = "host", const Bytes& data = bytes("question")) {
+    Outcome ask(const std::string& name = "host", const Bytes& data = bytesOf("question")) {
         reporting_.clear();
         Outcome outcome;
         const auto start = std::chrono::steady_clock::now();
@@ -105,7 +102,7 @@ protected:
         EXPECT_THAT(outcome.logged, ElementsAre(kAbsent));
         EXPECT_LT(outcome.took, 1s);
     }
-    void expectTimeout(const Bytes& data = bytes("question")) {
+    void expectTimeout(const Bytes& data = bytesOf("question")) {
         const Outcome outcome = ask("host", data);
         EXPECT_FALSE(outcome.reply);
         EXPECT_THAT(outcome.logged, ElementsAre(kFailed));
@@ -120,7 +117,7 @@ protected:
     }
     void expectAnswer() {
         const Outcome outcome = ask();
-        EXPECT_EQ(outcome.reply, bytes("question"));
+        EXPECT_EQ(outcome.reply, bytesOf("question"));
         EXPECT_THAT(outcome.logged, IsEmpty());
     }
     void expectAnswerOfAnotherHost() {
@@ -178,7 +175,7 @@ TEST_F(MessagePortFaultTest, hungHostTakesSomeMessagesAndThenRefusesInTime) {
     while (reporting_.messages().empty() && taken < 1000) {
         const auto start = std::chrono::steady_clock::now();
         CVMAMessagePort::dispatchMessage("host", CVMAMessageID::requestBadge, false,
-                                         bytes("question"), none);
+                                         bytesOf("question"), none);
         took = std::chrono::steady_clock::now() - start;
         ++taken;
     }
@@ -205,7 +202,7 @@ TEST_F(MessagePortFaultTest, killedHost) {
 }
 
 // A request that the kernel holds as a whole, and one that it does not.
-const std::vector<Bytes> kRequests{bytes("question"), Bytes(std::size_t{8} << 20U, 1)};
+const std::vector<Bytes> kRequests{bytesOf("question"), Bytes(std::size_t{8} << 20U, 1)};
 const char* const kPoints[] = {"stops before accepting", "stops before reading",
                                "stops before replying"};
 
@@ -221,10 +218,10 @@ TEST_F(MessagePortFaultTest, hostThatStopsAtAnyPointCostsTheTimeoutAndGoesOnLate
             const MessagePortRef remote = platform_->messagePorts.createRemote("host");
             ASSERT_NE(remote, nullptr);
             std::optional<Bytes> reply;
-            EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytes("question"), 60s, 60s,
+            EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytesOf("question"), 60s, 60s,
                                                           "mode", &reply),
                       SendStatus::success);
-            EXPECT_EQ(reply, bytes("twelve bytes"));
+            EXPECT_EQ(reply, bytesOf("twelve bytes"));
         }
     }
 }
@@ -276,7 +273,7 @@ TEST_F(MessagePortFaultTest, hostKilledBetweenLookUpAndSendIsInvalid) {
     host->wait();
     std::optional<Bytes> reply;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytes("question"), 60s, 60s, "mode",
+    EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytesOf("question"), 60s, 60s, "mode",
                                                   &reply),
               SendStatus::isInvalid);
     EXPECT_LT(std::chrono::steady_clock::now() - start, kSlack);
@@ -313,8 +310,8 @@ TEST_F(MessagePortFaultTest, lateReplyIsNotTakenForTheNext) {
     stop(*host);
     expectTimeout();
     host->signal(SIGCONT);
-    const Outcome outcome = ask("host", bytes("another question"));
-    EXPECT_EQ(outcome.reply, bytes("another question"));
+    const Outcome outcome = ask("host", bytesOf("another question"));
+    EXPECT_EQ(outcome.reply, bytesOf("another question"));
     EXPECT_THAT(outcome.logged, IsEmpty());
 }
 
@@ -327,12 +324,12 @@ TEST_F(MessagePortFaultTest, listFormSharesTheSlotInEveryOrder) {
                                "requestBadge to portname = ";
     const auto askAll = [&](const std::vector<std::string>& names, std::optional<Bytes>& slot) {
         reporting_.clear();
-        CVMAMessagePort::dispatchMessage(names, CVMAMessageID::requestBadge, true, bytes("all"),
+        CVMAMessagePort::dispatchMessage(names, CVMAMessageID::requestBadge, true, bytesOf("all"),
                                          slot);
         return reporting_.messages();
     };
-    const std::map<std::string, Bytes> replies{{"echo", bytes("all")},
-                                               {"other", bytes("twelve bytes")}};
+    const std::map<std::string, Bytes> replies{{"echo", bytesOf("all")},
+                                               {"other", bytesOf("twelve bytes")}};
     std::vector<std::string> names{"absent", "broken", "echo", "mute", "other"};
     do {
         SCOPED_TRACE(testing::PrintToString(names));
@@ -345,7 +342,7 @@ TEST_F(MessagePortFaultTest, listFormSharesTheSlotInEveryOrder) {
                 failures.push_back(name == "absent" ? kAbsent : failed + name);
             }
         }
-        std::optional<Bytes> slot = bytes("before");
+        std::optional<Bytes> slot = bytesOf("before");
         EXPECT_EQ(askAll(names, slot), failures);
         EXPECT_EQ(slot, last);
     } while (std::next_permutation(names.begin(), names.end()));
@@ -355,9 +352,9 @@ TEST_F(MessagePortFaultTest, listFormSharesTheSlotInEveryOrder) {
     EXPECT_FALSE(slot);
     EXPECT_THAT(askAll({"absent", "broken"}, slot), ElementsAre(kAbsent, failed + "broken"));
     EXPECT_FALSE(slot);
-    slot = bytes("before");
+    slot = bytesOf("before");
     EXPECT_THAT(askAll({"mute", "broken"}, slot), ElementsAre(failed + "mute", failed + "broken"));
-    EXPECT_EQ(slot, bytes("before"));
+    EXPECT_EQ(slot, bytesOf("before"));
 }
 
 TEST_F(MessagePortFaultTest, twoProcessesRaceForOneName) {
@@ -473,10 +470,10 @@ TEST_F(MessagePortFaultTest, queueOfAWaitingPortIsReachedWithoutItsName) {
         DispatchQueue& queue = platform_->dispatch.serialQueue(what);
         const MessagePortRef port = platform_->messagePorts.createLocal(
             "own",
-            [](MessagePort&, std::int32_t, std::optional<ByteView>) { return bytes("answer"); });
+            [](MessagePort&, std::int32_t, std::optional<ByteView>) { return bytesOf("answer"); });
         ASSERT_NE(port, nullptr);
         platform_->messagePorts.setDispatchQueue(*port, queue);
-        EXPECT_EQ(ask("own").reply, bytes("answer"));
+        EXPECT_EQ(ask("own").reply, bytesOf("answer"));
         EXPECT_TRUE(queueRuns(queue)); // from here on it waits again
         if (what == std::string_view("forbidden")) {
             ASSERT_EQ(chmod(file.c_str(), 0), 0);
@@ -531,7 +528,7 @@ TEST_F(MessagePortFaultTest, namesOfEveryKind) {
         EXPECT_EQ(service.createRemote(name), nullptr);
         locals.push_back(
             service.createLocal(name, [](MessagePort& port, std::int32_t, std::optional<ByteView>) {
-                return std::optional(bytes(port.name()));
+                return std::optional(bytesOf(port.name()));
             }));
         ASSERT_NE(locals.back(), nullptr) << testing::PrintToString(name);
         service.setDispatchQueue(*locals.back(), dispatch.serialQueue("names"));
@@ -542,7 +539,7 @@ TEST_F(MessagePortFaultTest, namesOfEveryKind) {
         std::optional<Bytes> reply;
         EXPECT_EQ(service.sendRequest(*remote, 1, {}, 30s, 30s, "mode", &reply),
                   SendStatus::success);
-        EXPECT_EQ(reply, bytes(name));
+        EXPECT_EQ(reply, bytesOf(name));
     }
     std::vector<std::string> listed;
     for (const LivePort& port : service.portFolder().livePorts()) {
@@ -589,10 +586,10 @@ TEST_F(MessagePortFaultTest, hostWithoutDescriptorsServesWhenItHasOneAgain) {
     const MessagePortRef remote = platform_->messagePorts.createRemote("host");
     ASSERT_NE(remote, nullptr);
     std::optional<Bytes> reply;
-    EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytes("question"), 60s, 60s, "mode",
+    EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, bytesOf("question"), 60s, 60s, "mode",
                                                   &reply),
               SendStatus::success);
-    EXPECT_EQ(reply, bytes("question"));
+    EXPECT_EQ(reply, bytesOf("question"));
     expectAnswer();
 }
 
@@ -832,7 +829,7 @@ TEST_F(MessagePortFaultTest, versionsMeet) {
 
     // A newer host whose reply this side may read. (One that it may not is a broken reply, above.)
     const auto newer = readyPeer({"misbehave", "newer", "longer header"});
-    EXPECT_EQ(ask("newer").reply, bytes("twelve bytes"));
+    EXPECT_EQ(ask("newer").reply, bytesOf("twelve bytes"));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
 #include "Platform/Unix/VolumeFile.h"
+#include "Tests/Support/BytesOf.h"
 #include "Tests/Support/RestlessClock.h"
 
 #include <algorithm>
@@ -40,10 +41,6 @@ void say(const std::string& line) {
 bool mayGoOn() {
     std::string line;
     return static_cast<bool>(std::getline(std::cin, line));
-}
-
-Bytes bytes(std::string_view text) {
-    return {text.begin(), text.end()};
 }
 
 [[noreturn]] void fail(const std::string& what) {
@@ -141,7 +138,7 @@ void collect(const std::string& name, std::size_t count) {
 
 void send(const std::string& name, int count, const std::string& sender) {
     UnixMessagePortService service;
-    const Bytes data = bytes(sender);
+    const Bytes data = bytesOf(sender);
     say("ready");
     mayGoOn();
     for (int i = 0; i < count; ++i) {
@@ -293,7 +290,7 @@ void misbehave(const std::string& name, const std::string& how) {
             header.hasData = true;
             header.messageID = asked ? asked->messageID : 0;
             header.number = asked ? asked->number : 0;
-            const Bytes data = bytes("twelve bytes");
+            const Bytes data = bytesOf("twelve bytes");
             header.dataBytes = static_cast<std::uint32_t>(data.size());
             if (how == "other request") {
                 ++header.number;

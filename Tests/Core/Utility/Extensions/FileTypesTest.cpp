@@ -1,7 +1,6 @@
 #include "Core/Utility/Extensions/CVMAStringExtension.h"
+#include "Tests/Core/Utility/Extensions/InCapitals.h"
 
-#include <algorithm>
-#include <cctype>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -52,12 +51,6 @@ const KindRow kKinds[] = {
      {"docx", "docm", "xlsx", "xlsm", "xlsb", "pptx", "ppsx"}},
     {"compressed", isCompressedFile, false, {"zip", "rar", "7z", "deb", "pkg", "rpm", "gz", "z"}},
 };
-
-std::string inCapitals(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
 
 // Each kind knows its own extensions, each other kind's only when they are in both lists, and no
 // near miss of any.

@@ -4,9 +4,9 @@
 
 #include "Core/Base/URL.h"
 #include "Core/Utility/Extensions/CVMAStringExtension.h"
+#include "Tests/Core/Utility/Extensions/InCapitals.h"
 
 #include <algorithm>
-#include <cctype>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -18,12 +18,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::Optional;
-
-std::string inCapitals(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
 
 constexpr bool kTemporary = true;
 constexpr bool kShown = false;

@@ -24,11 +24,12 @@ using ::testing::UnorderedElementsAre;
 
 constexpr FinderRole::Connection kAnn = 1;
 constexpr FinderRole::Connection kBob = 2;
-// Far longer than anything takes here.
-constexpr std::chrono::seconds kPatience{60};
 
 class FinderRoleTest : public ::testing::Test {
 protected:
+    /// Far longer than anything takes here.
+    static constexpr std::chrono::seconds kPatience{60};
+
     FinderRoleTest() : role_(*VolumeMapping::make("/home/ann/Corvid"), [this] { wake(); }) {
         role_.connect(kAnn);
         role_.connect(kBob);

@@ -29,11 +29,11 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-constexpr std::chrono::seconds kPatience{60};
-
 /// A front end that remembers what it was told.
 class FrontEnd : private LinkClient::Delegate {
 public:
+    static constexpr std::chrono::seconds kPatience{60};
+
     explicit FrontEnd(const RuntimeFolder& folder, std::uint16_t oldest = kOldestVersion,
                       std::uint16_t newest = kNewestVersion, std::string program = {},
                       std::chrono::milliseconds firstPause = std::chrono::milliseconds(100))
