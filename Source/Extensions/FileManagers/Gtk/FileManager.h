@@ -29,6 +29,10 @@ inline GType menuProviderType() {
 inline GFile* fileLocation(FileInfo* file) {
     return CORVID_FUNCTION(file_info_get_location)(file);
 }
+/// Null for what has no folder. The folder's own: its items have one in common.
+inline GFile* fileParentLocation(FileInfo* file) {
+    return CORVID_FUNCTION(file_info_get_parent_location)(file);
+}
 inline bool fileIsFolder(FileInfo* file) {
     return CORVID_FUNCTION(file_info_is_directory)(file) != FALSE;
 }

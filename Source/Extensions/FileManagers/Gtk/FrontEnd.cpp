@@ -36,7 +36,7 @@ void FrontEnd::begin(const std::string& folder) {
         }
         redraw(folder, names, RedrawQueue::Reason::cameIntoView);
     }
-    if (fileManager_.listingWanted && isOnVolume(folder)) {
+    if (fileManager_.listingWanted && volume_.holds(folder)) {
         fileManager_.listingWanted(folder);
     }
 }
@@ -81,7 +81,7 @@ void FrontEnd::expect(const std::string& folder, const std::vector<link::AskedIt
 }
 
 std::string FrontEnd::badge(const std::string& path, bool isFolder) {
-    if (!volume_.empty() && !isOnVolume(path)) {
+    if (!volume_.folder.empty() && !volume_.holds(path)) {
         return {};
     }
     const Place place = placeOf(path);
@@ -121,7 +121,7 @@ const MenuCache::KnownMenu* FrontEnd::menu(const MenuSelection& selection, MenuC
         return &restartNote_;
     }
     for (const link::SelectedItem& item : selection.items) {
-        if (!isOnVolume(item.path)) {
+        if (!volume_.holds(item.path)) {
             return nullptr;
         }
     }
@@ -149,11 +149,11 @@ void FrontEnd::received(link::Message message) {
         badges_.received(*badges);
         menus_.received(*badges);
     } else if (const auto* const volume = std::get_if<link::Volume>(&message)) {
-        volume_ = volume->folder;
+        volume_ = *volume;
         badges_.received(*volume);
         if (fileManager_.listingWanted) {
             for (const std::string& folder : badges_.shownFolders()) {
-                if (isOnVolume(folder)) {
+                if (volume_.holds(folder)) {
                     fileManager_.listingWanted(folder);
                 }
             }
@@ -164,12 +164,6 @@ void FrontEnd::received(link::Message message) {
     } else if (const auto* const change = std::get_if<link::HostStateChange>(&message)) {
         menus_.received(*change);
     }
-}
-
-bool FrontEnd::isOnVolume(std::string_view path) const {
-    return !volume_.empty() && path.size() >= volume_.size() &&
-           path.substr(0, volume_.size()) == volume_ &&
-           (path.size() == volume_.size() || path[volume_.size()] == '/');
 }
 
 void FrontEnd::redraw(const std::string& folder, const std::vector<std::string>& names,

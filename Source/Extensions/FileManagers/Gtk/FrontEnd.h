@@ -35,6 +35,9 @@ public:
     int fd() const { return client_.fd(); }
     void dispatch() { client_.dispatch(); }
 
+    /// Without a folder until the extension has said it.
+    const link::Volume& volume() const { return volume_; }
+
     /// A folder comes into view, and goes. Counted.
     void begin(const std::string& folder);
     void end(const std::string& folder);
@@ -71,7 +74,6 @@ private:
         std::string added; ///< the badge that it was given since it was last asked for
     };
 
-    bool isOnVolume(std::string_view path) const;
     static Place placeOf(const std::string& path);
     Drawn& drawn(const Place& place);
     void redraw(const std::string& folder, const std::vector<std::string>& names,
@@ -81,7 +83,7 @@ private:
     link::LinkClient client_;
     link::BadgeCache badges_;
     MenuCache menus_;
-    std::string volume_; ///< empty until the extension has said it
+    link::Volume volume_;
     bool isRefused_ = false;
     MenuCache::KnownMenu restartNote_;
 

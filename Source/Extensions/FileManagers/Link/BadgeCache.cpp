@@ -7,12 +7,6 @@ namespace corvid::link {
 BadgeCache::BadgeCache(LinkClient& client, Changed changed)
     : client_(client), changed_(std::move(changed)) {}
 
-bool BadgeCache::isOnVolume(std::string_view path) const {
-    return !volume_.empty() &&
-           (volume_ == "/" || (path.starts_with(volume_) &&
-                               (path.size() == volume_.size() || path[volume_.size()] == '/')));
-}
-
 void BadgeCache::begin(const std::string& folderName) {
     Folder& folder = folders_[folderName];
     if (++folder.views > 1) {
@@ -20,7 +14,7 @@ void BadgeCache::begin(const std::string& folderName) {
     }
     // What was known before may have changed while nobody looked: it is shown, but asked for anew.
     forgetQuestions(folder);
-    if (isOnVolume(folderName)) {
+    if (volume_.holds(folderName)) {
         client_.send(Begin{folderName});
     }
 }
@@ -32,7 +26,7 @@ void BadgeCache::end(const std::string& folderName) {
     }
     folder->second.lastShown = ++ends_;
     forgetQuestions(folder->second);
-    if (isOnVolume(folderName)) {
+    if (volume_.holds(folderName)) {
         client_.send(End{folderName});
     }
     dropOldest();
@@ -67,7 +61,7 @@ std::string_view BadgeCache::badge(const std::string& folderName, std::string_vi
                                    bool isFolder) {
     const auto found = folders_.find(folderName);
     if (found == folders_.end() || found->second.views == 0 ||
-        (!volume_.empty() && !isOnVolume(folderName))) {
+        (!volume_.folder.empty() && !volume_.holds(folderName))) {
         return {};
     }
     Folder& folder = found->second;
@@ -102,7 +96,7 @@ void BadgeCache::gather(Folder& folder, const std::string& name, Item& item) {
 
 void BadgeCache::woken() {
     isWaking_ = false;
-    if (!client_.isUp() || volume_.empty()) {
+    if (!client_.isUp() || volume_.folder.empty()) {
         return;
     }
     for (auto& [folderName, folder] : folders_) {
@@ -139,14 +133,14 @@ void BadgeCache::forgetQuestions(Folder& folder) {
 
 void BadgeCache::linkUp() {
     // Until the new extension has said where the volume is, nothing is begun.
-    volume_.clear();
+    volume_ = {};
 }
 
 void BadgeCache::received(const Volume& volume) {
-    volume_ = volume.folder;
+    volume_ = volume;
     for (auto& [folderName, folder] : folders_) {
         forgetQuestions(folder);
-        if (!isOnVolume(folderName)) {
+        if (!volume_.holds(folderName)) {
             std::vector<std::string> names;
             for (const auto& [name, item] : folder.items) {
                 if (!item.badge.empty()) {

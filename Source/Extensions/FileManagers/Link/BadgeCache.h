@@ -71,14 +71,13 @@ private:
         std::vector<std::string> gathered;
     };
 
-    bool isOnVolume(std::string_view path) const;
     void gather(Folder& folder, const std::string& name, Item& item);
     void forgetQuestions(Folder& folder);
     void dropOldest();
 
     LinkClient& client_;
     const Changed changed_;
-    std::string volume_; ///< empty until the extension has said it
+    Volume volume_; ///< without a folder until the extension has said it
     std::unordered_map<std::string, Folder> folders_;
     std::uint64_t ends_ = 0;
     std::size_t unanswered_ = 0;

@@ -575,6 +575,11 @@ Decoded decodeFrame(ByteView frame) {
     return decodeAs(type, in);
 }
 
+bool Volume::holds(std::string_view path) const {
+    return folder == "/" || (!folder.empty() && path.starts_with(folder) &&
+                             (path.size() == folder.size() || path[folder.size()] == '/'));
+}
+
 bool isPlainName(std::string_view name) {
     return !name.empty() && name.size() <= kMaxNameSize && name != "." && name != ".." &&
            name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -39,6 +40,9 @@ struct Refused {
 /// The folder that the volume is. Whatever was begun before counts no more.
 struct Volume {
     std::string folder;
+
+    /// Whether an absolute path is that folder or below it. Nothing is below "".
+    bool holds(std::string_view path) const;
 };
 
 struct BadgeKind {

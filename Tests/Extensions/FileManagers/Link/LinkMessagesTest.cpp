@@ -177,6 +177,17 @@ TEST(LinkMessages, ABadValueIsRefused) {
         Decoded::Kind::malformed);
 }
 
+TEST(LinkMessages, AVolumeHoldsItsFolderAndWhatIsBelow) {
+    for (const auto path : {"/v"sv, "/v/a"sv, "/v/a/b"sv}) {
+        EXPECT_TRUE(Volume{"/v"}.holds(path)) << path;
+        EXPECT_TRUE(Volume{"/"}.holds(path)) << path;
+        EXPECT_FALSE(Volume{}.holds(path)) << path;
+    }
+    for (const auto path : {"/"sv, "/w"sv, "/va"sv, "/w/v/a"sv}) {
+        EXPECT_FALSE(Volume{"/v"}.holds(path)) << path;
+    }
+}
+
 TEST(LinkMessages, PathsAndNamesArePlain) {
     for (const auto path : {"/"sv, "/a"sv, "/a/..."sv, "/a/.b"sv, "/\xFF"sv, "/a\nb"sv}) {
         EXPECT_TRUE(isPlainPath(path)) << path;
