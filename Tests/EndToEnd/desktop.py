@@ -464,6 +464,9 @@ class Window:
         for _ in range(depth):
             self.desktop.key("Escape")
 
+    def wait_for_no_menu(self):
+        self.desktop.wait_for(lambda: not self.desktop.menus(), "the menus to close")
+
     def choose(self, *titles):
         """Clicks through entries of the open menu."""
         for title in titles:
@@ -515,9 +518,6 @@ class UnobservedWindow(Window):
             menus = self.desktop.menus()
             return menus if len(menus) == count else None
         return self.desktop.wait_for(opened, f"{count} menus")[-1]
-
-    def wait_for_no_menu(self):
-        self.desktop.wait_for(lambda: not self.desktop.menus(), "the menus to close")
 
     def close_menus(self):
         while menus := self.desktop.menus():

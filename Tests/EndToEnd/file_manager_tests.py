@@ -255,7 +255,7 @@ class WhileTheHostHangs(FileManagerCase):
         note = window.entry("Corvid is not answering")
         self.assertFalse(note.get_state_set().contains(Atspi.StateType.SENSITIVE))
         window.close_menu()
-        self.desktop.wait_for(lambda: not self.desktop.menus(), "the end of the menu")
+        window.wait_for_no_menu()
         host.process.send_signal(signal.SIGCONT)
         # Not the menu that was asked for before is awaited, which the host may answer late.
         for _ in range(20):
@@ -265,7 +265,7 @@ class WhileTheHostHangs(FileManagerCase):
                 break
             window.close_menu()
             # Until it has gone it takes the click that is to open the next one.
-            self.desktop.wait_for(lambda: not self.desktop.menus(), "the end of the menu")
+            window.wait_for_no_menu()
         window.choose("Corvid", "Share", "By Mail")
         self.assertEqual(host.wait_for("action")["paths"], [str(self.world.volume / "a.txt")])
 
