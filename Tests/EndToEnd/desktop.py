@@ -337,6 +337,7 @@ class Window:
     """A running file manager that shows the volume of a world."""
 
     ENVIRONMENT = {}
+    SAID_ALL_THE_TIME = ()
 
     def __init__(self, desktop, manager, world, folder=None, extension=True):
         self.desktop, self.manager, self.world = desktop, manager, world
@@ -367,8 +368,10 @@ class Window:
 
     def said(self):
         self.messages.seek(0)
+        lines = [line for line in self.messages if line.strip() and
+                 not any(noise in line for noise in self.SAID_ALL_THE_TIME)]
         ended = self.process.poll()
-        return (f"{self.manager.name} said {self.messages.read().strip()!r}" +
+        return (f"{self.manager.name} said {''.join(lines).strip()!r}" +
                 ("" if ended is None else f" and ended with {ended}"))
 
     # What is in it, by accessible names.

@@ -9,6 +9,7 @@ class Gtk4Window(Window):
     PASSED_OVER = ("tool bar", "scroll bar", "menu", "label", "image")
     BESIDE_THE_VIEW = ("Sidebar", "GtkActionBar", "AdwTabBar")
     LARGEST_BORDER = 100
+    SAID_ALL_THE_TIME = ("Screen coordinates not supported",)
 
     def __init__(self, *arguments, **options):
         self.found = {}
