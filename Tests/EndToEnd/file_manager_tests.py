@@ -101,6 +101,37 @@ class InTheFileManager(FileManagerCase):
         self.desktop.key("Up", "Alt_L")
         self.wait_for_badges(window, {"Corvid": None, "beside": None})
 
+    def test_volume_moves(self):
+        self.make("a.txt")
+        usual, self.world.volume = self.world.volume, self.world.home / "Other"
+        self.world.volume.mkdir()
+        self.make("b.txt", "c.txt")
+        other, self.world.volume = self.world.volume, usual
+        host = self.host("badge ** synced\n")
+        window = self.open()
+        self.wait_for_badges(window, {"a.txt": "synced"})
+        self.desktop.key("Up", "Alt_L")
+        window.click_item("Other", count=2)
+        self.wait_for_badges(window, {"b.txt": None, "c.txt": None})
+        # To a folder that is on the screen,
+        host.end()
+        self.world.volume = other
+        host = self.host("badge ** synced\n" + MENU)
+        self.wait_for_badges(window, {"b.txt": "synced", "c.txt": "synced"})
+        window.open_menu("b.txt")
+        window.choose("Corvid", "Share", "By Mail")
+        self.assertEqual(host.wait_for("action")["paths"], [str(other / "b.txt")])
+        self.wait_for_badges(window, {"b.txt": "inProgress", "c.txt": "synced"})
+        # away from it, and back.
+        host.end()
+        self.world.volume = usual
+        host = self.host("badge ** synced\n")
+        self.wait_for_badges(window, {"b.txt": None, "c.txt": None})
+        host.end()
+        self.world.volume = other
+        self.host("badge ** error\n")
+        self.wait_for_badges(window, {"b.txt": "error", "c.txt": "error"})
+
     def test_names(self):
         self.make(*NAMES)
         host = self.host("badge ** synced\n" + MENU)

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace corvid::gtk {
@@ -20,10 +21,12 @@ struct CloseFolder {
     void operator()(DIR* folder) const { closedir(folder); }
 };
 
-struct Listing {
+struct Job {
     std::string folder;
-    HearFirstItems hear;
+    Listing which;
+    HearItems hear;
     std::vector<link::AskedItem> items;
+    std::size_t heard = 0;
 };
 
 struct SortedItem {
@@ -44,48 +47,65 @@ bool isFolder(DIR* parent, const dirent& entry) {
     return fstatat(dirfd(parent), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
 }
 
-std::vector<link::AskedItem> firstItems(const std::string& folder) {
+std::vector<link::AskedItem> allItems(const std::string& folder) {
     const std::unique_ptr<DIR, CloseFolder> reader(opendir(folder.c_str()));
-    std::vector<SortedItem> all;
+    std::vector<link::AskedItem> all;
     for (const dirent* entry = reader ? readdir(reader.get()) : nullptr; entry != nullptr;
          entry = readdir(reader.get())) {
-        if (entry->d_name[0] == '.') {
-            continue;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            all.push_back({std::string(name), isFolder(reader.get(), *entry)});
         }
-        const GText shown(g_filename_display_name(entry->d_name));
-        all.push_back({{entry->d_name, isFolder(reader.get(), *entry)},
-                       GText(g_utf8_collate_key_for_filename(shown.get(), -1))});
     }
-    const auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(all.size(), kFirstItems));
-    std::partial_sort(all.begin(), end, all.end());
+    return all;
+}
+
+std::vector<link::AskedItem> firstOf(std::vector<link::AskedItem> items) {
+    std::vector<SortedItem> sorted;
+    for (link::AskedItem& item : items) {
+        if (item.name.front() != '.') {
+            const GText shown(g_filename_display_name(item.name.c_str()));
+            sorted.push_back(
+                {std::move(item), GText(g_utf8_collate_key_for_filename(shown.get(), -1))});
+        }
+    }
+    const auto count = static_cast<std::ptrdiff_t>(std::min(sorted.size(), kFirstItems));
+    const auto end = sorted.begin() + count;
+    std::partial_sort(sorted.begin(), end, sorted.end());
     std::vector<link::AskedItem> first;
-    std::transform(all.begin(), end, std::back_inserter(first),
+    std::transform(sorted.begin(), end, std::back_inserter(first),
                    [](SortedItem& item) { return std::move(item.item); });
     return first;
 }
 
 gboolean handOver(gpointer data) {
-    const auto& listing = *static_cast<const Listing*>(data);
-    listing.hear(listing.folder, listing.items);
-    return G_SOURCE_REMOVE;
+    auto& job = *static_cast<Job*>(data);
+    const std::size_t count = std::min(job.items.size() - job.heard, kListedAtOnce);
+    const auto begin = job.items.begin() + static_cast<std::ptrdiff_t>(job.heard);
+    job.hear(job.folder, {begin, begin + static_cast<std::ptrdiff_t>(count)});
+    job.heard += count;
+    return job.heard < job.items.size() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
 }
 
 gpointer run(gpointer data) {
-    auto* const listing = static_cast<Listing*>(data);
-    listing->items = firstItems(listing->folder);
-    g_idle_add_full(G_PRIORITY_DEFAULT, handOver, listing,
-                    [](gpointer done) { delete static_cast<Listing*>(done); });
+    auto* const job = static_cast<Job*>(data);
+    job->items = allItems(job->folder);
+    if (job->which == Listing::first) {
+        job->items = firstOf(std::move(job->items));
+    }
+    g_idle_add_full(G_PRIORITY_DEFAULT, handOver, job,
+                    [](gpointer done) { delete static_cast<Job*>(done); });
     return nullptr;
 }
 
 } // namespace
 
-void listFirstItems(const std::string& folder, HearFirstItems hear) {
-    auto* const listing = new Listing{folder, std::move(hear), {}};
-    if (GThread* const thread = g_thread_try_new("corvid-listing", run, listing, nullptr)) {
+void listItems(const std::string& folder, Listing which, HearItems hear) {
+    auto* const job = new Job{folder, which, std::move(hear), {}};
+    if (GThread* const thread = g_thread_try_new("corvid-listing", run, job, nullptr)) {
         g_thread_unref(thread);
-    } else { // The file manager asks for the badges in its own time.
-        delete listing;
+    } else { // The badges come when the file manager asks for them, or reads the folder again.
+        delete job;
     }
 }
 

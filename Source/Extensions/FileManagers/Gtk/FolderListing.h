@@ -3,23 +3,33 @@
 #include "Extensions/FileManagers/Link/LinkMessages.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace corvid::gtk {
 
-/// What a file manager shows first of a folder, unless told to sort otherwise, and what it shows
-/// meanwhile, when it has read only some of the folder.
-inline constexpr std::size_t kFirstItems = 1000;
+/// Which items of a folder.
+enum class Listing : std::uint8_t {
+    /// What a file manager shows first, unless told to sort otherwise, and what it shows meanwhile,
+    /// when it has read only some of the folder: kFirstItems of those that are not hidden,
+    /// subfolders before files, both by name.
+    first,
+    all, ///< in any order
+};
 
-/// Hears of the first items of a folder, on the main thread.
-using HearFirstItems =
+inline constexpr std::size_t kFirstItems = 1000;
+/// Items that are heard of at a time, lest the main thread be held up.
+inline constexpr std::size_t kListedAtOnce = 1000;
+
+/// Hears of at most kListedAtOnce items of a folder, on the main thread.
+using HearItems =
     std::function<void(const std::string& folder, const std::vector<link::AskedItem>& items)>;
 
-/// Finds the first items of `folder`, subfolders before files, both by name. In a thread of its
-/// own, since a folder may be large, or lie on a disk that does not answer. Hidden items are left
-/// out; a folder that cannot be read has none.
-void listFirstItems(const std::string& folder, HearFirstItems hear);
+/// Finds items of `folder`, in a thread of its own, since a folder may be large, or lie on a disk
+/// that does not answer. `hear` is called until all were named, and once when there are none, as in
+/// a folder that cannot be read.
+void listItems(const std::string& folder, Listing which, HearItems hear);
 
 } // namespace corvid::gtk

@@ -36,8 +36,8 @@ void FrontEnd::begin(const std::string& folder) {
         }
         redraw(folder, names, RedrawQueue::Reason::cameIntoView);
     }
-    if (fileManager_.listingWanted && volume_.holds(folder)) {
-        fileManager_.listingWanted(folder);
+    if (fileManager_.asksLate && volume_.holds(folder)) {
+        fileManager_.listingWanted(folder, Listing::first);
     }
 }
 
@@ -149,21 +149,28 @@ void FrontEnd::received(link::Message message) {
         badges_.received(*badges);
         menus_.received(*badges);
     } else if (const auto* const volume = std::get_if<link::Volume>(&message)) {
-        volume_ = *volume;
-        badges_.received(*volume);
-        if (fileManager_.listingWanted) {
-            for (const std::string& folder : badges_.shownFolders()) {
-                if (volume_.holds(folder)) {
-                    fileManager_.listingWanted(folder);
-                }
-            }
-        }
-        fileManager_.menusChanged(); // there was none while it was not known
+        volumeChanged(std::exchange(volume_, *volume));
     } else if (const auto* const reply = std::get_if<link::MenuReply>(&message)) {
         menus_.received(*reply);
     } else if (const auto* const change = std::get_if<link::HostStateChange>(&message)) {
         menus_.received(*change);
     }
+}
+
+void FrontEnd::volumeChanged(const link::Volume& before) {
+    badges_.received(volume_);
+    for (const std::string& folder : badges_.shownFolders()) {
+        if (!volume_.holds(folder)) {
+            continue;
+        }
+        if (!before.folder.empty() && !before.holds(folder)) {
+            // The file manager asked for the badges of its items already, to be told of none.
+            fileManager_.listingWanted(folder, Listing::all);
+        } else if (fileManager_.asksLate) {
+            fileManager_.listingWanted(folder, Listing::first);
+        }
+    }
+    fileManager_.menusChanged(); // there was none while the volume was not known
 }
 
 void FrontEnd::redraw(const std::string& folder, const std::vector<std::string>& names,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Extensions/FileManagers/Gtk/FolderListing.h"
 #include "Extensions/FileManagers/Gtk/MenuCache.h"
 #include "Extensions/FileManagers/Gtk/RedrawQueue.h"
 #include "Extensions/FileManagers/Link/BadgeCache.h"
@@ -24,9 +25,10 @@ public:
         std::function<void()> redrawWanted;
         /// Menus should be asked for again.
         std::function<void()> menusChanged;
-        /// A folder of the volume came into view: its first items should be given to expect().
-        /// Empty where the file manager soon asks for their badges itself.
-        std::function<void(const std::string& folder)> listingWanted = {};
+        /// Those items of a folder in view should be given to expect().
+        std::function<void(const std::string& folder, Listing which)> listingWanted;
+        /// It asks for badges when it has loaded a whole folder, and shows the first items before.
+        bool asksLate = false;
     };
 
     FrontEnd(link::LinkClient::Options options, FileManager fileManager);
@@ -74,6 +76,7 @@ private:
         std::string added; ///< the badge that it was given since it was last asked for
     };
 
+    void volumeChanged(const link::Volume& before);
     static Place placeOf(const std::string& path);
     Drawn& drawn(const Place& place);
     void redraw(const std::string& folder, const std::vector<std::string>& names,

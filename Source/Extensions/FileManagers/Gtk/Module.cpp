@@ -3,11 +3,8 @@
 #include "Extensions/FileManagers/Gtk/Module.h"
 #include "Extensions/FileManagers/Gtk/AbsentItems.h"
 #include "Extensions/FileManagers/Gtk/FileManager.h"
-#include "Extensions/FileManagers/Gtk/GLibText.h"
-
-#ifdef CORVID_ASKS_LATE
 #include "Extensions/FileManagers/Gtk/FolderListing.h"
-#endif
+#include "Extensions/FileManagers/Gtk/GLibText.h"
 
 #include <dlfcn.h>
 #include <gio/gio.h>
@@ -156,6 +153,12 @@ gboolean dispatchLink(gint /*fd*/, GIOCondition /*condition*/, gpointer data) {
     return G_SOURCE_CONTINUE;
 }
 
+void listingWanted(const std::string& folder, Listing which) {
+    listItems(folder, which, [](const std::string& listed, const auto& items) {
+        frontEnd().expect(listed, items);
+    });
+}
+
 /// The extension that was installed together with this module; empty when there is none.
 std::string extensionProgram() {
     if (const char* const program = std::getenv("CVD_FINDER_EXT_PROGRAM"); program != nullptr) {
@@ -177,13 +180,9 @@ FrontEnd* makeFrontEnd() {
     link::LinkClient::Options options;
     options.frontEnd = kFrontEndName;
     options.extension = extensionProgram();
-    FrontEnd::FileManager fileManager{wantRedraw, wantMenus};
+    FrontEnd::FileManager fileManager{wantRedraw, wantMenus, listingWanted};
 #ifdef CORVID_ASKS_LATE
-    fileManager.listingWanted = [](const std::string& folder) {
-        listFirstItems(folder, [](const std::string& listed, const auto& items) {
-            frontEnd().expect(listed, items);
-        });
-    };
+    fileManager.asksLate = true;
 #endif
     auto* const made = new FrontEnd(std::move(options), std::move(fileManager));
     // After what people do and what they see of it: badges may come faster than they are drawn.

@@ -26,7 +26,10 @@ protected:
                           std::uint16_t newest = link::kNewestVersion)
         : frontEnd_({"test", {}, {}, oldest, newest, folder_},
                     {[this] { ++redrawsWanted_; }, [this] { ++menusChanged_; },
-                     [this](const std::string& folder) { listed_.push_back(folder); }}) {
+                     [this](const std::string& folder, Listing which) {
+                         listed_.push_back((which == Listing::all ? "all of " : "") + folder);
+                     },
+                     true}) {
         extension_.accept();
     }
 
@@ -137,6 +140,26 @@ TEST_F(FrontEndTest, FoldersOfTheVolumeAreListedOnceItIsKnown) {
     frontEnd_.begin("/v/a");
     frontEnd_.begin("/other/a");
     EXPECT_THAT(listed_, ElementsAre("/v", "/v/a"));
+}
+
+TEST_F(FrontEndTest, AllOfAFolderIsListedThatAnotherVolumeHolds) {
+    connect("/usual");
+    frontEnd_.begin("/v/a");
+    frontEnd_.begin("/usual/a");
+    frontEnd_.badge("/v/a/item", false);
+    EXPECT_THAT(listed_, ElementsAre("/usual/a"));
+    extension_.say(link::Volume{"/v"});
+    hearAll();
+    EXPECT_THAT(listed_, ElementsAre("/usual/a", "all of /v/a"));
+    frontEnd_.expect("/v/a", {{"item", false}});
+    hearAll();
+    EXPECT_EQ(extension_.hear<link::Begin>().folder, "/usual/a");
+    EXPECT_EQ(extension_.hear<link::Begin>().folder, "/v/a");
+    EXPECT_THAT(asked(), ElementsAre("item"));
+    // And nothing more when it is told again, as by an extension that was started anew.
+    extension_.say(link::Volume{"/v"});
+    hearAll();
+    EXPECT_THAT(listed_, ElementsAre("/usual/a", "all of /v/a", "/v/a"));
 }
 
 TEST_F(FrontEndTest, WhatIsExpectedIsAskedForBeforeTheFileManagerAsks) {
