@@ -146,6 +146,19 @@ class Conversation(unittest.TestCase):
         self.assertEqual(self.world.badges()["a.txt"], "synced")
         self.assertEqual(self.world.status()["volume"]["folder"], str(elsewhere))
         self.assertIsNone(extension.process.poll())
+        # And whoever shows that folder has its badges again when the volume was another meanwhile.
+        watch = self.world.watch()
+        host.end()
+        other = self.world.scratch / "other"
+        other.mkdir()
+        rules = self.world.scratch / "rules"
+        rules.write_text("badge ** synced\n", encoding="utf-8")
+        host = self.world.start("corvid-host", "rules", rules, other, "--json")
+        watch.wait_for("push", name="a.txt", badge="none")
+        watch.wait_for("state", volume=str(other), host="present")
+        host.end()
+        self.world.host()
+        watch.wait_for("push", name="a.txt", badge="synced")
 
     def test_names(self):
         names = ["blank in it", "percent%41", "hash#", "line\nbreak", "back\\slash", "🐦",
