@@ -102,11 +102,11 @@ class InTheFileManager(FileManagerCase):
         self.wait_for_badges(window, {"Corvid": None, "beside": None})
 
     def test_volume_moves(self):
+        usual, other = self.world.volume, self.world.home / "Other"
         self.make("a.txt")
-        usual, self.world.volume = self.world.volume, self.world.home / "Other"
-        self.world.volume.mkdir()
-        self.make("b.txt", "c.txt")
-        other, self.world.volume = self.world.volume, usual
+        other.mkdir()
+        for name in ("b.txt", "c.txt"):
+            (other / name).touch()
         host = self.host("badge ** synced\n")
         window = self.open()
         self.wait_for_badges(window, {"a.txt": "synced"})

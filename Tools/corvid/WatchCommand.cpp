@@ -40,7 +40,6 @@ public:
         session_.bearLoss();
         session_.stateChanged = [this] {
             isChanged_ = true;
-            ask(); // when the folder is on the volume again, which it was not for a while
             if (options_.link.isJSON) {
                 printState();
             }

@@ -141,14 +141,18 @@ void BadgeCache::received(const Volume& volume) {
     for (auto& [folderName, folder] : folders_) {
         forgetQuestions(folder);
         if (!volume_.holds(folderName)) {
+            if (folder.views == 0) {
+                folder.items.clear();
+                continue;
+            }
+            // They are asked for again should the volume hold them again.
             std::vector<std::string> names;
-            for (const auto& [name, item] : folder.items) {
-                if (!item.badge.empty()) {
+            for (auto& [name, item] : folder.items) {
+                if (!std::exchange(item.badge, {}).empty()) {
                     names.push_back(name);
                 }
             }
-            folder.items.clear();
-            if (!names.empty() && folder.views > 0) {
+            if (!names.empty()) {
                 changed_(folderName, names, Change::otherBadge);
             }
         } else if (folder.views > 0) {

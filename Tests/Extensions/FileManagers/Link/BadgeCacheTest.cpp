@@ -160,6 +160,25 @@ TEST_F(BadgeCacheTest, ANewExtensionIsAskedAgain) {
     EXPECT_EQ(cache_.badge("/v", "a", false), "error");
 }
 
+TEST_F(BadgeCacheTest, AVolumeThatMovesTakesTheBadgesAlongAndBringsThemBack) {
+    connect();
+    cache_.begin("/v");
+    extension_.hear<Begin>();
+    cache_.badge("/v", "a", false);
+    doAll();
+    EXPECT_THAT(asked(), ElementsAre("a"));
+    tell("/v", "a", "synced", true);
+    redrawn_.clear();
+    extension_.say(Volume{"/other"});
+    doAll();
+    EXPECT_THAT(redrawn_, ElementsAre("a"));
+    EXPECT_EQ(cache_.badge("/v", "a", false), "");
+    extension_.say(Volume{"/v"});
+    doAll();
+    EXPECT_EQ(extension_.hear<Begin>().folder, "/v");
+    EXPECT_THAT(asked(), ElementsAre("a"));
+}
+
 TEST_F(BadgeCacheTest, EachTryWaitsTwiceAsLongAsTheOneBefore) {
     using std::chrono::milliseconds;
     using std::chrono::steady_clock;
