@@ -187,6 +187,8 @@ class InTheFileManager(FileManagerCase):
         self.make("a.txt")
         host = self.host("badge ** synced\n" + MENU)
         window = self.open()
+        # Once it is drawn: before, the item may be anywhere.
+        self.wait_for_badges(window, {"a.txt": "synced"})
         x, y, width, height = window.item("a.txt")
         self.desktop.click(x + width / 2, y + 2.5 * height, button=3)
         window.choose("Corvid", "✓ Marked")
