@@ -44,11 +44,14 @@ execute_process(COMMAND "${GNUSTEP_CONFIG}" --objc-flags OUTPUT_VARIABLE gnustep
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND "${GNUSTEP_CONFIG}" --gui-libs OUTPUT_VARIABLE gnustep_libraries
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-if(NOT gnustep_flags OR NOT gnustep_libraries)
-  message(FATAL_ERROR "${GNUSTEP_CONFIG} names no flags; it asks make, so install that")
-endif()
 separate_arguments(gnustep_flags)
 separate_arguments(gnustep_libraries)
+execute_process(COMMAND "${GNUSTEP_CONFIG}" --variable=GNUSTEP_SYSTEM_HEADERS
+                OUTPUT_VARIABLE gnustep_headers OUTPUT_STRIP_TRAILING_WHITESPACE
+                COMMAND_ERROR_IS_FATAL ANY)
+if(NOT gnustep_flags OR NOT gnustep_libraries OR NOT gnustep_headers)
+  message(FATAL_ERROR "${GNUSTEP_CONFIG} names no flags or headers; it asks make, so install that")
+endif()
 # What describes GNUstep, without what describes how its own makefiles like to build.
 list(FILTER gnustep_flags INCLUDE REGEX "^-D|^-fconstant|^-fobjc|^-fexceptions")
 target_compile_options(corvid_objcxx INTERFACE
@@ -57,7 +60,7 @@ target_compile_options(corvid_objcxx INTERFACE
 set(CORVID_GNUSTEP_INCLUDE
   "${PROJECT_SOURCE_DIR}/Tests/Support/GNUstep/include"
   "${PROJECT_SOURCE_DIR}/Tests/Support/CoreFoundation/include"
-  "${objc_include}" /usr/include/GNUstep)
+  "${objc_include}" "${gnustep_headers}")
 target_include_directories(corvid_objcxx SYSTEM INTERFACE ${CORVID_GNUSTEP_INCLUDE})
 target_link_libraries(corvid_objcxx INTERFACE ${gnustep_libraries})
 set(CORVID_GNUSTEP_FLAGS ${gnustep_flags})
