@@ -20,6 +20,7 @@ void dropDifferences(Json& notation) {
         }
         if (Json& submenu = notation["submenu"]; !submenu.is_null()) {
             submenu.erase("title");
+            submenu.erase("autoenables");
             notation["action"] = "submenuAction:";
         }
     }
