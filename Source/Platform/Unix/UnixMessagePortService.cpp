@@ -105,8 +105,8 @@ ssize_t receiveWithin(int fd, std::span<std::uint8_t> space, const Deadline& dea
     return count;
 }
 
-SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadline,
-                     std::optional<Bytes>* reply) {
+SendStatus readReplyWithMemory(int fd, const FrameHeader& request, const Deadline& deadline,
+                               std::optional<Bytes>* reply) {
     int nonBlocking = 0;
     ioctl(fd, FIONBIO, &nonBlocking);
     FrameReader reader;
@@ -139,6 +139,16 @@ SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadlin
     return SendStatus::success;
 }
 
+// A reply that there is no memory for is lost, as one that is cut short.
+SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadline,
+                     std::optional<Bytes>* reply) {
+    try {
+        return readReplyWithMemory(fd, request, deadline, reply);
+    } catch (const std::bad_alloc&) {
+        return SendStatus::transportError;
+    }
+}
+
 } // namespace
 
 UnixMessagePortService::UnixMessagePortService(RuntimeFolder runtimeFolder)
@@ -148,11 +158,27 @@ MessagePortRef UnixMessagePortService::createRemote(std::string_view name) {
     // Made first: from the connection on, the server waits for the request.
     auto port = std::make_shared<RemotePort>(name, ++connects_);
     auto connection = folder_.connect(name, std::nullopt);
-    if (connection.result == PortFolder::ConnectResult::absent) {
+    if (connection.result == PortFolder::ConnectResult::absent ||
+        connection.result == PortFolder::ConnectResult::failed) {
         return nullptr;
     }
     port->keepConnection(std::move(connection.fd));
     return port;
+}
+
+PortPresence UnixMessagePortService::presenceOf(std::string_view name) {
+    using State = PortPresence::State;
+    auto connection = folder_.connect(name, std::nullopt);
+    switch (connection.result) {
+    case PortFolder::ConnectResult::absent:
+        return {State::gone, {}};
+    case PortFolder::ConnectResult::failed:
+        return {State::unknown, std::move(connection.problem)};
+    case PortFolder::ConnectResult::connected:
+    case PortFolder::ConnectResult::timedOut:
+        break;
+    }
+    return {State::served, {}};
 }
 
 SendStatus UnixMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,
@@ -190,6 +216,8 @@ SendStatus UnixMessagePortService::sendRequest(MessagePort& remote, std::int32_t
             if (connection.result != PortFolder::ConnectResult::connected) {
                 return connection.result == PortFolder::ConnectResult::timedOut
                            ? SendStatus::sendTimeout
+                       : connection.result == PortFolder::ConnectResult::failed
+                           ? SendStatus::transportError
                            : SendStatus::isInvalid;
             }
             fd = std::move(connection.fd);
