@@ -20,8 +20,9 @@ std::atomic<bool> threadIsLeftBehind{false};
 
 } // namespace
 
-CVDDFileLogger::CVDDFileLogger(std::shared_ptr<CVDDLogFileManagerDefault> manager)
-    : writer_(std::make_shared<LogWriterThread>(std::move(manager))) {}
+CVDDFileLogger::CVDDFileLogger(std::shared_ptr<CVDDLogFileManagerDefault> manager,
+                               const LogWaits& waits)
+    : writer_(std::make_shared<LogWriterThread>(std::move(manager), waits)) {}
 
 CVDDFileLogger::~CVDDFileLogger() {
     if (!thread_.joinable()) {

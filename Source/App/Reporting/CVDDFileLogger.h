@@ -16,12 +16,28 @@ namespace corvid {
 
 class LogWriterThread;
 
+/// How long anybody waits for the disk of the logs.
+struct LogWaits {
+    /// A caller, for room in the ring.
+    std::chrono::milliseconds fullRing{2000};
+    /// A disk that takes longer than this for one call counts as one that hangs: it is told by
+    /// problem(), and nobody waits for it any more.
+    std::chrono::milliseconds hung{2000};
+    /// start(), for the first file.
+    std::chrono::milliseconds opening{500};
+    /// flush() and the destructor, for a disk that is merely slow.
+    std::chrono::milliseconds flush{3000};
+    /// While lines are lost, the writer tries again this often without being given any.
+    std::chrono::milliseconds retry{2000};
+};
+inline constexpr LogWaits kLogWaits{};
+
 /// Writes log lines to files, on a thread of its own: no other thread ever waits for a file.
 ///
 /// A caller's thread makes the whole line, puts it into a ring buffer and goes on; the writer
 /// takes what has gathered kGatheringTime after the first line of it. The order of the ring is the
 /// order of the file, and the lines' times follow it. When the ring is full, a caller waits for
-/// kFullRingWait at most. If the writer has not gone on by then, this line and all others are
+/// LogWaits::fullRing at most. If the writer has not gone on by then, this line and all others are
 /// dropped at once until it does; in their place the file says how many they were. Any thread.
 class CVDDFileLogger final : public CVDDLogger {
 public:
@@ -29,20 +45,11 @@ public:
     static constexpr std::chrono::milliseconds kGatheringTime{20};
     /// What the ring holds, in bytes.
     static constexpr std::size_t kRingSize = 512 * 1024;
-    /// How long a caller waits for room in the ring.
-    static constexpr std::chrono::milliseconds kFullRingWait{2000};
-    /// A disk that takes longer than this for one call counts as one that hangs: it is told by
-    /// problem(), and nobody waits for it any more.
-    static constexpr std::chrono::milliseconds kHungAfter{2000};
-    /// After this, start() leaves the first file to the writer.
-    static constexpr std::chrono::milliseconds kOpeningWait{500};
-    /// After this, flush() and the destructor give up on a disk that is merely slow.
-    static constexpr std::chrono::milliseconds kFlushTimeout{3000};
-    /// While lines are lost, the writer tries again this often without being given any.
-    static constexpr std::chrono::milliseconds kRetryInterval{2000};
 
     /// Writes to the files of `manager`, which it shares; to nowhere when that has no folder.
-    explicit CVDDFileLogger(std::shared_ptr<CVDDLogFileManagerDefault> manager);
+    /// Other `waits` are for tests.
+    explicit CVDDFileLogger(std::shared_ptr<CVDDLogFileManagerDefault> manager,
+                            const LogWaits& waits = kLogWaits);
     /// Writes what is queued first, within the bounds of flush(). If the disk hangs the writer's
     /// thread is left behind; it ends when the disk answers, and calls nothing of the platform but
     /// what that call still needs. See isThreadLeftBehind().
@@ -59,7 +66,7 @@ public:
     CVDDLogFileManagerDefault& logFileManager() const;
 
     /// Starts to take lines; a line logged before is lost. The first file is there when it
-    /// returns, unless opening it takes longer than kOpeningWait.
+    /// returns, unless opening it takes longer than LogWaits::opening.
     void start();
 
     void logMessage(std::string_view message, std::int32_t flag) override;

@@ -1,6 +1,5 @@
 #include "App/Reporting/LogWriterThread.h"
 
-#include "App/Reporting/CVDDFileLogger.h"
 #include "App/Reporting/LogTrouble.h"
 #include "Platform/Interfaces/Platform.h"
 
@@ -25,8 +24,9 @@ constexpr std::chrono::milliseconds kSignalWaitStep{1};
 
 } // namespace
 
-LogWriterThread::LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager)
-    : files_(std::move(manager)),
+LogWriterThread::LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager,
+                                 const LogWaits& waits)
+    : waits_(waits), files_(std::move(manager)),
       formatter_(std::make_unique<CVLumberjackDefaultLogFormatter>()) {}
 
 void LogWriterThread::prepare() {
@@ -44,10 +44,11 @@ void LogWriterThread::setStartFailure(std::string problem) {
 }
 
 void LogWriterThread::waitForOpening() {
-    const auto deadline = steady_clock::now() + CVDDFileLogger::kOpeningWait;
+    const auto deadline = steady_clock::now() + waits_.opening;
     MutexLock lock(mutex_);
     while (!isOpened_ && lock.waitUntil(toCallers_, deadline)) {
     }
+    isStalled_ = !isOpened_;
 }
 
 void LogWriterThread::log(std::string_view message, std::int32_t flag) {
@@ -86,7 +87,7 @@ void LogWriterThread::log(std::string_view message, std::int32_t flag) {
 }
 
 bool LogWriterThread::waitForRoom(MutexLock& lock, std::size_t bytes) {
-    const auto deadline = steady_clock::now() + CVDDFileLogger::kFullRingWait;
+    const auto deadline = steady_clock::now() + waits_.fullRing;
     while (used() + bytes > kRingSize) {
         if (isStalled_ || isHung(steady_clock::now())) {
             return false;
@@ -109,7 +110,7 @@ void LogWriterThread::countDropped() {
 
 LogWriterThread::Moment LogWriterThread::hungMoment(Moment now) const {
     const Moment::rep begun = callBegun_.load();
-    return (begun != 0 ? Moment(Moment::duration(begun)) : now) + CVDDFileLogger::kHungAfter;
+    return (begun != 0 ? Moment(Moment::duration(begun)) : now) + waits_.hung;
 }
 
 void LogWriterThread::put(std::uint64_t position, std::string_view bytes) {
@@ -124,7 +125,7 @@ void LogWriterThread::flush() {
     if (std::this_thread::get_id() == thread_.load()) {
         return;
     }
-    const auto deadline = steady_clock::now() + CVDDFileLogger::kFlushTimeout;
+    const auto deadline = steady_clock::now() + waits_.flush;
     MutexLock lock(mutex_);
     const std::uint64_t end = head_.load();
     if (tail_.load() < end) {
@@ -145,7 +146,7 @@ bool LogWriterThread::stop() {
     MutexLock lock(mutex_);
     // After a flush that gave up, the time for the end is used up.
     const auto deadline = steady_clock::now() + (hasGivenUp_ ? std::chrono::milliseconds(0)
-                                                             : CVDDFileLogger::kFlushTimeout);
+                                                             : waits_.flush);
     isStopping_ = true;
     toWriter_.notify_one();
     while (!hasEnded_) {
@@ -166,7 +167,7 @@ std::string LogWriterThread::problem() const {
         return startFailure_;
     }
     const std::uint64_t lost = lostLines_ + droppedLines_;
-    if (isStalled_ || isHung(steady_clock::now())) {
+    if (isStalled_ || droppedLines_ > 0 || isHung(steady_clock::now())) {
         return textForLoss(folder, LogFailure::diskDoesNotAnswer, lost);
     }
     return trouble_ ? textForLoss(folder, trouble_, lost) : std::string();
@@ -205,7 +206,7 @@ LogWriterThread::Step LogWriterThread::nextStep() {
 
 /// False when there are none, and what went wrong is to be tried again.
 bool LogWriterThread::waitForLines(MutexLock& lock) {
-    const auto retry = steady_clock::now() + CVDDFileLogger::kRetryInterval;
+    const auto retry = steady_clock::now() + waits_.retry;
     while (used() == 0 && droppedLines_ == 0 && !isStopping_) {
         writerSleeps_ = true;
         if (!trouble_) {
@@ -266,7 +267,7 @@ void LogWriterThread::endCall(std::uint64_t newTail, const std::error_code& fail
         isStalled_ = false;
         trouble_ = failure ? failure : files_.trouble();
         lostLines_ = files_.lostLines();
-        const auto retry = steady_clock::now() + CVDDFileLogger::kRetryInterval;
+        const auto retry = steady_clock::now() + waits_.retry;
         while (failure && !isStopping_ && lock.waitUntil(toWriter_, retry)) {
         }
         // Without memory until the end: what is queued is lost.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "App/Reporting/CVDDFileLogger.h"
 #include "App/Reporting/CVLumberjackDefaultLogFormatter.h"
 #include "App/Reporting/LogFileWriter.h"
 #include "Core/Base/Mutex.h"
@@ -19,11 +20,12 @@
 namespace corvid {
 
 /// The queue of a CVDDFileLogger and what its thread does. Every call to a file is made in run(),
-/// outside the mutex, so that no caller ever waits for a disk longer than the bounds given in
-/// CVDDFileLogger. Any thread but for run().
+/// outside the mutex, so that no caller ever waits for a disk longer than the bounds of
+/// LogWaits. Any thread but for run().
 class LogWriterThread {
 public:
-    explicit LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager);
+    LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager,
+                    const LogWaits& waits);
 
     /// For the settings before the start.
     LogFileWriter& files() { return files_; }
@@ -78,6 +80,7 @@ private:
     std::string_view nextLines(std::uint64_t begin, std::uint64_t end);
     void put(std::uint64_t position, std::string_view bytes);
 
+    const LogWaits waits_;
     LogFileWriter files_;        ///< the thread alone, once it runs
     std::string lineAcrossEdge_; ///< likewise
     std::uint64_t batchEnd_ = 0; ///< likewise: what is to be written without waiting for more
