@@ -87,6 +87,18 @@ TEST_P(MessagePortServiceConformance, remoteOfANameThatNobodyServesIsAbsent) {
     EXPECT_EQ(service().createRemote("nobody"), nullptr);
 }
 
+TEST_P(MessagePortServiceConformance, presenceFollowsTheOwnerOfAName) {
+    using State = PortPresence::State;
+    EXPECT_EQ(service().presenceOf("watched").state, State::gone);
+    EXPECT_EQ(service().presenceOf("").state, State::gone);
+    auto local = service().createLocal("watched", noReply());
+    ASSERT_NE(local, nullptr);
+    EXPECT_EQ(service().presenceOf("watched").state, State::served);
+    EXPECT_EQ(service().presenceOf("watched").problem, "");
+    local.reset();
+    EXPECT_EQ(service().presenceOf("watched").state, State::gone);
+}
+
 TEST_P(MessagePortServiceConformance, namesOutsideTheBoundsAreAbsent) {
     EXPECT_EQ(service().createRemote(""), nullptr);
     EXPECT_EQ(service().createLocal("", noReply()), nullptr);

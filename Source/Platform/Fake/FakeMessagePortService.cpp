@@ -48,12 +48,24 @@ struct FakeMessagePortService::State {
         return found == servers.end() ? std::nullopt : std::optional(found->second);
     }
 
+    PortPresence presence(std::string_view name) {
+        {
+            const MutexLock lock(mutex);
+            if (!hidingProblem.empty()) {
+                return {PortPresence::State::unknown, hidingProblem};
+            }
+        }
+        const bool exists = isName(name) && (server(name) || local(name) != nullptr);
+        return {exists ? PortPresence::State::served : PortPresence::State::gone, {}};
+    }
+
     CallLog& calls;
     Mutex mutex;
     std::map<std::string, Server, std::less<>> servers CORVID_GUARDED_BY(mutex);
     std::map<std::string, std::shared_ptr<LocalPort>, std::less<>> locals CORVID_GUARDED_BY(mutex);
     std::vector<Sent> sent CORVID_GUARDED_BY(mutex);
     bool failsNextCreateLocal CORVID_GUARDED_BY(mutex) = false;
+    std::string hidingProblem CORVID_GUARDED_BY(mutex);
 };
 
 class FakeMessagePortService::RemotePort final : public MessagePort {
@@ -178,6 +190,11 @@ std::vector<FakeMessagePortService::Sent> FakeMessagePortService::sent() const {
     return state_->sent;
 }
 
+void FakeMessagePortService::hideRemotes(std::string problem) {
+    const MutexLock lock(state_->mutex);
+    state_->hidingProblem = std::move(problem);
+}
+
 void FakeMessagePortService::failNextCreateLocal() {
     const MutexLock lock(state_->mutex);
     state_->failsNextCreateLocal = true;
@@ -206,9 +223,18 @@ std::optional<Bytes> FakeMessagePortService::deliver(std::string_view name, std:
 }
 
 MessagePortRef FakeMessagePortService::createRemote(std::string_view name) {
-    const bool exists = isName(name) && (state_->server(name) || state_->local(name) != nullptr);
-    state_->calls.add("createRemote " + std::string(name) + (exists ? "" : " -> absent"));
-    return exists ? std::make_shared<RemotePort>(state_, name) : nullptr;
+    const bool isFound = state_->presence(name).state == PortPresence::State::served;
+    state_->calls.add("createRemote " + std::string(name) + (isFound ? "" : " -> absent"));
+    return isFound ? std::make_shared<RemotePort>(state_, name) : nullptr;
+}
+
+PortPresence FakeMessagePortService::presenceOf(std::string_view name) {
+    PortPresence presence = state_->presence(name);
+    const bool isServed = presence.state == PortPresence::State::served;
+    const bool isGone = presence.state == PortPresence::State::gone;
+    state_->calls.add("presenceOf " + std::string(name) +
+                      (isServed ? "" : isGone ? " -> gone" : " -> unknown"));
+    return presence;
 }
 
 SendStatus FakeMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,

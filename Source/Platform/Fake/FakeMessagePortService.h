@@ -20,6 +20,7 @@ namespace corvid {
 /// Every call is one line of the call log:
 ///
 ///     createRemote NAME                   and " -> absent" when there is no such port
+///     presenceOf NAME                     and " -> gone" or " -> unknown"
 ///     sendRequest NAME id=4 bytes=310 send=1000ms receive=1000ms replyMode=NAME.replymode
 ///                                         (one line; "replyMode=none" without one, "bytes=none"
 ///                                         without a byte buffer)
@@ -41,6 +42,7 @@ public:
     using Server = std::function<Answer(std::int32_t messageID, std::optional<ByteView> data)>;
     /// Answers requests for `name` with `server`, on the sender's thread, until stopServing().
     void serve(std::string name, Server server);
+    /// Its name is gone from then on.
     void stopServing(std::string_view name);
 
     /// A request that the code under test sent, to whatever name.
@@ -51,6 +53,10 @@ public:
         bool wantsReply = false;
     };
     std::vector<Sent> sent() const;
+
+    /// While `problem` is not empty there are no remote ports, and nothing is known of any port:
+    /// as when a process has no descriptors left.
+    void hideRemotes(std::string problem);
 
     /// Makes the next call of createLocal() fail.
     void failNextCreateLocal();
@@ -65,6 +71,7 @@ public:
                                  std::optional<ByteView> data);
 
     MessagePortRef createRemote(std::string_view name) override;
+    PortPresence presenceOf(std::string_view name) override;
     SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
                            std::chrono::milliseconds sendTimeout,
                            std::chrono::milliseconds receiveTimeout,

@@ -40,6 +40,17 @@ enum class SendStatus : std::int32_t {
     becameInvalid = -5,
 };
 
+/// Whether a process serves a name.
+struct PortPresence {
+    enum class State {
+        served,  ///< a live process of this user has it, even if that hangs
+        gone,    ///< nobody has it
+        unknown, ///< it cannot be found out now; later it may
+    };
+    State state = State::unknown;
+    std::string problem; ///< why it is unknown: names the thing and the system's reason
+};
+
 /// Answers one message that arrived at the local port `port`. `data` is absent when the message
 /// carried no byte buffer; it is borrowed for the call. The result is the reply; nothing for none.
 using MessagePortCallback = std::function<std::optional<Bytes>(
@@ -55,6 +66,11 @@ public:
     /// A reference to the port that a live process of this user serves as `name`, 1 to 255 bytes.
     /// Null, at once, when there is none.
     virtual MessagePortRef createRemote(std::string_view name) = 0;
+
+    /// Whether anybody serves `name`. A remote port is null for every reason; this tells one that
+    /// is gone from one that cannot be reached for want of descriptors or memory. Not one of the
+    /// platform's operations. At once.
+    virtual PortPresence presenceOf(std::string_view name) = 0;
 
     /// Sends `data`, up to kMaxMessageBytes, to `remote`. A view of no memory at all carries no
     /// byte buffer.

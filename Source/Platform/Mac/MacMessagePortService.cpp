@@ -161,6 +161,12 @@ MessagePortRef MacMessagePortService::createRemote(std::string_view name) {
     return std::make_shared<RemotePort>(std::string(name), std::move(port));
 }
 
+PortPresence MacMessagePortService::presenceOf(std::string_view name) {
+    return {createRemote(name) != nullptr ? PortPresence::State::served
+                                          : PortPresence::State::gone,
+            {}};
+}
+
 SendStatus MacMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,
                                               ByteView data, std::chrono::milliseconds sendTimeout,
                                               std::chrono::milliseconds receiveTimeout,

@@ -9,6 +9,8 @@ namespace corvid {
 class MacMessagePortService final : public MessagePortService {
 public:
     MessagePortRef createRemote(std::string_view name) override;
+    /// The platform gives no reason for a remote port that is null: that counts as gone.
+    PortPresence presenceOf(std::string_view name) override;
     SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
                            std::chrono::milliseconds sendTimeout,
                            std::chrono::milliseconds receiveTimeout,

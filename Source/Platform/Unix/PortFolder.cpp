@@ -5,8 +5,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
+#include <memory>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -114,9 +115,26 @@ bool writeSmallFile(int folder, const std::string& file, std::string_view text) 
     return fd && write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-// True when the socket `file` is that of `name` and not of a name with the same hash.
-bool isFileOf(int folder, const std::string& file, std::string_view name) {
-    return !isHashed(file) || readSmallFile(folder, nameFileOf(file)) == name;
+// Whether `error`, of a call that looked for a file or a process, says that there is none. Any
+// other says nothing about that.
+bool isAbsence(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ECONNREFUSED ||
+           error == EPROTOTYPE;
+}
+
+PortFolder::Connection absent() {
+    return {};
+}
+
+// For a call of the system that failed with `error`.
+PortFolder::Connection failed(const std::string& path, int error) {
+    PortFolder::Connection connection;
+    if (!isAbsence(error)) {
+        connection.result = PortFolder::ConnectResult::failed;
+        connection.problem = path + ": " + std::strerror(error);
+    }
+    connection.isDead = error == ECONNREFUSED;
+    return connection;
 }
 
 sockaddr_un addressOf(std::string_view path) {
@@ -155,14 +173,25 @@ int connectWithin(int fd, const sockaddr_un& address, const Deadline& deadline) 
     return result;
 }
 
-std::vector<std::string> filesIn(int folder) {
-    std::vector<std::string> files;
-    std::error_code error;
-    std::filesystem::directory_iterator entries(pathOfDescriptor(folder), error);
-    for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
-        files.push_back(entries->path().filename().string());
+// Nothing when they cannot be read: errno says why.
+std::optional<std::vector<std::string>> filesIn(int folder) {
+    struct Closer {
+        void operator()(DIR* entries) const { closedir(entries); }
+    };
+    const int descriptor = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, Closer> entries(descriptor < 0 ? nullptr : fdopendir(descriptor));
+    if (entries == nullptr) {
+        return std::nullopt;
     }
-    return files;
+    std::vector<std::string> files;
+    errno = 0;
+    while (const dirent* const entry = readdir(entries.get())) {
+        const std::string_view file = static_cast<const char*>(entry->d_name);
+        if (file != "." && file != "..") {
+            files.emplace_back(file);
+        }
+    }
+    return errno == 0 ? std::optional(std::move(files)) : std::nullopt;
 }
 
 } // namespace
@@ -183,13 +212,15 @@ std::shared_ptr<const OwnedFd> PortFolder::lastFolder() const {
     return folder_;
 }
 
-std::shared_ptr<const OwnedFd> PortFolder::folder() const {
+std::shared_ptr<const OwnedFd> PortFolder::folder(std::string& problem) const {
     const MutexLock lock(mutex_);
     if (folder_ == nullptr || !runtimeFolder_.isStillGood(folder_->get())) {
         folder_ = nullptr;
         auto opened = runtimeFolder_.openFolder("ports", RuntimeFolder::IfMissing::fail);
         if (opened.fd) {
             folder_ = std::make_shared<const OwnedFd>(std::move(opened.fd));
+        } else if (opened.isUnknown) {
+            problem = std::move(opened.problem);
         }
     }
     return folder_;
@@ -204,7 +235,7 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     if (socketPath.size() >= sizeof sockaddr_un{}.sun_path) {
         byDescriptor = OwnedFd(openat(folder, file.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         if (!byDescriptor) {
-            return {};
+            return failed(socketPath, errno);
         }
         socketPath = pathOfDescriptor(byDescriptor.get());
     }
@@ -213,21 +244,26 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     Connection connection;
     connection.fd = OwnedFd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!connection.fd) {
-        return {};
+        return failed(socketPath, errno);
     }
     int result = ::connect(connection.fd.get(), generic(address), sizeof address);
     if (result != 0 && errno == EAGAIN && deadline) {
         result = connectWithin(connection.fd.get(), address, *deadline);
     }
+    if (result != 0 && errno == EAGAIN) {
+        connection.result = ConnectResult::timedOut;
+        connection.fd.reset();
+        return connection;
+    }
     if (result != 0) {
-        return {errno == EAGAIN ? ConnectResult::timedOut : ConnectResult::absent, OwnedFd(), 0,
-                errno == ECONNREFUSED};
+        // The file has been opened: what is missing is /proc.
+        return failed(socketPath, errno == ENOENT && byDescriptor ? ENOSYS : errno);
     }
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(connection.fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
         peer.uid != runtimeFolder_.user()) {
-        return {};
+        return absent();
     }
     connection.result = ConnectResult::connected;
     connection.process = peer.pid;
@@ -237,11 +273,18 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
 PortFolder::Connection PortFolder::connect(std::string_view name,
                                            std::optional<Deadline> deadline) const {
     if (name.empty() || name.size() > kMaxNameBytes) {
-        return {};
+        return absent();
     }
     const std::string file = fileName(name);
+    // The socket of a name with the same hash is not that of `name`.
     const auto connectIn = [&](int folder) {
-        return isFileOf(folder, file, name) ? connectFile(folder, file, deadline) : Connection();
+        if (isHashed(file)) {
+            const auto owner = readSmallFile(folder, nameFileOf(file));
+            if (owner != name) {
+                return owner ? absent() : failed(path_ + "/" + nameFileOf(file), errno);
+            }
+        }
+        return connectFile(folder, file, deadline);
     };
     // The folder of last time is looked at anew while the process on the other side wakes up:
     // nothing has been sent by then.
@@ -251,8 +294,13 @@ PortFolder::Connection PortFolder::connect(std::string_view name,
             return connection;
         }
     }
-    const auto opened = folder();
-    return opened != nullptr ? connectIn(opened->get()) : Connection();
+    Connection connection;
+    if (const auto opened = folder(connection.problem)) {
+        return connectIn(opened->get());
+    }
+    connection.result =
+        connection.problem.empty() ? ConnectResult::absent : ConnectResult::failed;
+    return connection;
 }
 
 std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std::string* problem) {
@@ -330,7 +378,11 @@ void PortFolder::release(Listener& listener) {
 }
 
 void PortFolder::removeDead(int folder) const {
-    for (const std::string& file : filesIn(folder)) {
+    const auto files = filesIn(folder);
+    if (!files) {
+        return;
+    }
+    for (const std::string& file : *files) {
         if (file.front() == '.') {
             continue;
         }
@@ -341,37 +393,53 @@ void PortFolder::removeDead(int folder) const {
     }
 }
 
-std::vector<LivePort> PortFolder::livePorts(std::string_view prefix) const {
-    std::vector<LivePort> ports;
-    const auto opened = folder();
-    if (opened == nullptr) {
-        return ports;
+PortFolder::Listing PortFolder::list(std::string_view prefix) const {
+    Listing listing;
+    // Opened anew: the folder of last time may have been moved away, and another be in its place.
+    const auto opened = runtimeFolder_.openFolder("ports", RuntimeFolder::IfMissing::fail);
+    if (!opened.fd) {
+        if (opened.isUnknown) {
+            listing.problem = opened.problem;
+        }
+        return listing;
     }
-    for (const std::string& file : filesIn(opened->get())) {
+    const int folder = opened.fd.get();
+    const auto files = filesIn(folder);
+    if (!files) {
+        listing.problem = path_ + ": " + std::strerror(errno);
+        return listing;
+    }
+    for (const std::string& file : *files) {
         if (file.front() == '.' || file.front() == '=') {
             continue;
         }
-        const auto name =
-            isHashed(file) ? readSmallFile(opened->get(), nameFileOf(file)) : unescaped(file);
+        const auto name = isHashed(file) ? readSmallFile(folder, nameFileOf(file)) : unescaped(file);
+        if (!name && isHashed(file) && !isAbsence(errno)) {
+            listing.problem = path_ + "/" + nameFileOf(file) + ": " + std::strerror(errno);
+        }
         if (!name || !name->starts_with(prefix)) {
             continue;
         }
-        const Connection connection = connectFile(opened->get(), file, std::nullopt);
+        const Connection connection = connectFile(folder, file, std::nullopt);
+        if (connection.result == ConnectResult::failed) {
+            listing.problem = connection.problem;
+        }
         struct stat status{};
-        if (connection.result == ConnectResult::absent ||
-            fstatat(opened->get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if ((connection.result != ConnectResult::connected &&
+             connection.result != ConnectResult::timedOut) ||
+            fstatat(folder, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
             continue;
         }
         const auto taken = std::chrono::seconds(status.st_mtim.tv_sec) +
                            std::chrono::nanoseconds(status.st_mtim.tv_nsec);
-        ports.push_back(
+        listing.ports.push_back(
             {*name, connection.process,
              std::chrono::system_clock::time_point(
                  std::chrono::duration_cast<std::chrono::system_clock::duration>(taken))});
     }
-    std::sort(ports.begin(), ports.end(),
+    std::sort(listing.ports.begin(), listing.ports.end(),
               [](const LivePort& a, const LivePort& b) { return a.name < b.name; });
-    return ports;
+    return listing;
 }
 
 } // namespace corvid

@@ -40,13 +40,19 @@ public:
     /// unless they are so long that it is made with a hash (see the protocol's page).
     static std::string fileName(std::string_view name);
 
-    enum class ConnectResult { connected, absent, timedOut };
+    enum class ConnectResult {
+        connected,
+        absent,   ///< nobody serves the name
+        timedOut, ///< somebody does, but has no room for one more connection
+        failed,   ///< it cannot be found out: this process lacks descriptors or memory, say
+    };
     /// A stream connection to the process that serves a name.
     struct Connection {
         ConnectResult result = ConnectResult::absent;
         OwnedFd fd; ///< non-blocking
         pid_t process = 0;
         bool isDead = false; ///< absent because its owner has died
+        std::string problem; ///< why it failed: names the thing and the system's reason
     };
     /// Connects to `name`. A port of another user counts as absent, and so does a bad folder.
     /// When the port has no room for one more connection, waits until `deadline`; without one it
@@ -71,12 +77,23 @@ public:
     /// Frees the name of `listener`: from now on it is absent. Does nothing in a forked child.
     static void release(Listener& listener);
 
-    /// The live ports whose names begin with `prefix`, sorted by name.
-    std::vector<LivePort> livePorts(std::string_view prefix = {}) const;
+    /// What was found of the ports.
+    struct Listing {
+        std::vector<LivePort> ports; ///< sorted by name
+        /// Why there may be others that are alive; empty when these are all.
+        std::string problem;
+    };
+    /// The live ports whose names begin with `prefix`.
+    Listing list(std::string_view prefix = {}) const;
+    /// The same, for who can do nothing about a problem.
+    std::vector<LivePort> livePorts(std::string_view prefix = {}) const {
+        return list(prefix).ports;
+    }
 
 private:
-    /// The opened folder, checked this very moment; null when there is none that is good.
-    std::shared_ptr<const OwnedFd> folder() const;
+    /// The opened folder, checked this very moment; null when there is none that is good. Then
+    /// `problem` says why that is not known, if it is not.
+    std::shared_ptr<const OwnedFd> folder(std::string& problem) const;
     /// What that gave last, unchecked; null before.
     std::shared_ptr<const OwnedFd> lastFolder() const;
     Connection connectFile(int folder, const std::string& file,

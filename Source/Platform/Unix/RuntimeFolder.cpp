@@ -27,7 +27,13 @@ std::string systemTemporaryFolder() {
 }
 
 RuntimeFolder::Opened failed(const std::string& path, const std::string& what) {
-    return {OwnedFd(), path + ": " + what};
+    return {OwnedFd(), path + ": " + what, false};
+}
+
+// For a call of the system that failed with `error`.
+RuntimeFolder::Opened failed(const std::string& path, int error) {
+    const bool isAbsence = error == ENOENT || error == ENOTDIR || error == ELOOP;
+    return {OwnedFd(), path + ": " + std::strerror(error), !isAbsence};
 }
 
 std::string octal(mode_t mode) {
@@ -50,11 +56,11 @@ RuntimeFolder::Opened openChecked(int parent, const std::string& name, const std
         if (errno == ELOOP || errno == ENOTDIR) {
             return failed(path, "is not a folder but a link or a file; remove it");
         }
-        return failed(path, std::strerror(errno));
+        return failed(path, errno);
     }
     struct stat status{};
     if (fstat(fd.get(), &status) != 0) {
-        return failed(path, std::strerror(errno));
+        return failed(path, errno);
     }
     if (status.st_uid != user) {
         return failed(path, "belongs to user " + std::to_string(status.st_uid) +
@@ -65,7 +71,7 @@ RuntimeFolder::Opened openChecked(int parent, const std::string& name, const std
         return failed(path, "is open to other users (mode " + octal(status.st_mode) +
                                 "); make it 0700 or remove it");
     }
-    return {std::move(fd), {}};
+    return {std::move(fd), {}, false};
 }
 
 } // namespace
@@ -89,7 +95,7 @@ RuntimeFolder::Opened RuntimeFolder::open(IfMissing ifMissing) const {
     const std::string parentPath = slash == 0 ? "/" : path_.substr(0, slash);
     const OwnedFd parent(::open(parentPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!parent) {
-        return failed(parentPath, std::strerror(errno));
+        return failed(parentPath, errno);
     }
     return openChecked(parent.get(), path_.substr(slash + 1), path_, user_, ifMissing);
 }
@@ -97,7 +103,7 @@ RuntimeFolder::Opened RuntimeFolder::open(IfMissing ifMissing) const {
 RuntimeFolder::Opened RuntimeFolder::openFolder(std::string_view name, IfMissing ifMissing) const {
     const Opened self = open(ifMissing);
     if (!self.fd) {
-        return {OwnedFd(), self.problem};
+        return {OwnedFd(), self.problem, self.isUnknown};
     }
     return openChecked(self.fd.get(), std::string(name), pathOf(name), user_, ifMissing);
 }

@@ -37,6 +37,9 @@ public:
     struct Opened {
         OwnedFd fd;          ///< opened for reading
         std::string problem; ///< names the path, what is wrong and the remedy; empty when opened
+        /// It may be there and good, but the system has not let this process look: it has no
+        /// descriptor or memory left, say.
+        bool isUnknown = false;
     };
     /// Opens the folder itself.
     Opened open(IfMissing ifMissing) const;

@@ -148,11 +148,27 @@ MessagePortRef UnixMessagePortService::createRemote(std::string_view name) {
     // Made first: from the connection on, the server waits for the request.
     auto port = std::make_shared<RemotePort>(name, ++connects_);
     auto connection = folder_.connect(name, std::nullopt);
-    if (connection.result == PortFolder::ConnectResult::absent) {
+    if (connection.result == PortFolder::ConnectResult::absent ||
+        connection.result == PortFolder::ConnectResult::failed) {
         return nullptr;
     }
     port->keepConnection(std::move(connection.fd));
     return port;
+}
+
+PortPresence UnixMessagePortService::presenceOf(std::string_view name) {
+    using State = PortPresence::State;
+    auto connection = folder_.connect(name, std::nullopt);
+    switch (connection.result) {
+    case PortFolder::ConnectResult::absent:
+        return {State::gone, {}};
+    case PortFolder::ConnectResult::failed:
+        return {State::unknown, std::move(connection.problem)};
+    case PortFolder::ConnectResult::connected:
+    case PortFolder::ConnectResult::timedOut:
+        break;
+    }
+    return {State::served, {}};
 }
 
 SendStatus UnixMessagePortService::sendRequest(MessagePort& remote, std::int32_t messageID,
@@ -190,6 +206,8 @@ SendStatus UnixMessagePortService::sendRequest(MessagePort& remote, std::int32_t
             if (connection.result != PortFolder::ConnectResult::connected) {
                 return connection.result == PortFolder::ConnectResult::timedOut
                            ? SendStatus::sendTimeout
+                       : connection.result == PortFolder::ConnectResult::failed
+                           ? SendStatus::transportError
                            : SendStatus::isInvalid;
             }
             fd = std::move(connection.fd);

@@ -571,6 +571,76 @@ TEST_F(MessagePortFaultTest, clientWithoutDescriptors) {
     expectAnswer();
 }
 
+/// A limit on this process's descriptors that is reached already, but for `left`.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(std::size_t left) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit few{256, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        for (int fd = 0; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            all_.emplace_back(fd);
+        }
+        while (left-- > 0 && !all_.empty()) {
+            all_.pop_back();
+        }
+    }
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+    std::vector<OwnedFd> all_;
+};
+
+// However far the search gets, what it does not know it does not take for absence.
+TEST_F(MessagePortFaultTest, clientWithoutDescriptorsTakesNoPortForGone) {
+    using State = PortPresence::State;
+    const std::string longName(255, '/');
+    for (const std::string& name : {std::string("host"), longName}) {
+        auto host = readyPeer({"serve", name});
+        UnixMessagePortService fresh; // has not opened the folder yet
+        const MessagePortRef kept = fresh.createRemote(name);
+        ASSERT_NE(kept, nullptr);
+        fresh.sendRequest(*kept, 1, {}, 30s, 30s, "mode", nullptr); // spends its connection
+        EXPECT_EQ(platform_->messagePorts.presenceOf(name).state, State::served);
+        for (std::size_t left = 0; left < 4; ++left) {
+            SCOPED_TRACE(left);
+            UnixMessagePortService newcomer;
+            PortFolder::Listing listing;
+            PortPresence presence;
+            PortPresence presenceForNewcomer;
+            SendStatus status = SendStatus::success;
+            {
+                const FewDescriptors few(left);
+                presence = platform_->messagePorts.presenceOf(name);
+                presenceForNewcomer = newcomer.presenceOf(name);
+                listing = newcomer.portFolder().list();
+                status = fresh.sendRequest(*kept, 1, {}, 30s, 30s, "mode", nullptr);
+            }
+            EXPECT_NE(presence.state, State::gone);
+            EXPECT_NE(presenceForNewcomer.state, State::gone);
+            EXPECT_EQ(listing.problem.empty(), listing.ports.size() == 1);
+            EXPECT_THAT(status, testing::AnyOf(SendStatus::success, SendStatus::transportError));
+            if (left == 0) {
+                EXPECT_EQ(presence.state, State::unknown);
+                EXPECT_THAT(presence.problem, testing::HasSubstr("Too many open files"));
+                EXPECT_THAT(listing.problem, testing::HasSubstr("Too many open files"));
+                EXPECT_EQ(status, SendStatus::transportError);
+            }
+        }
+        EXPECT_EQ(platform_->messagePorts.presenceOf(name).state, State::served);
+        host->signal(SIGKILL);
+        host->wait();
+        EXPECT_EQ(platform_->messagePorts.presenceOf(name).state, State::gone);
+        EXPECT_EQ(platform_->messagePorts.presenceOf("another").state, State::gone);
+    }
+    std::filesystem::remove_all(folder_ / "corvid");
+    EXPECT_EQ(platform_->messagePorts.presenceOf("host").state, State::gone);
+    EXPECT_EQ(UnixMessagePortService().presenceOf("host").state, State::gone);
+}
+
 TEST_F(MessagePortFaultTest, hostWithoutDescriptorsServesWhenItHasOneAgain) {
     // Standard streams, event loop, folder, socket, and one connection at a time.
     const auto host = readyPeer({"serve-with-descriptors", "host", "9"});

@@ -237,6 +237,10 @@ MessagePortRef FaultyMessagePorts::createRemote(std::string_view name) {
     return real_.createRemote(name);
 }
 
+PortPresence FaultyMessagePorts::presenceOf(std::string_view name) {
+    return real_.presenceOf(name);
+}
+
 SendStatus FaultyMessagePorts::sendRequest(MessagePort& remote, std::int32_t messageID,
                                            ByteView data, std::chrono::milliseconds sendTimeout,
                                            std::chrono::milliseconds receiveTimeout,

@@ -27,6 +27,7 @@ public:
     PortFolder& portFolder() { return real_.portFolder(); }
 
     MessagePortRef createRemote(std::string_view name) override;
+    PortPresence presenceOf(std::string_view name) override;
     SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
                            std::chrono::milliseconds sendTimeout,
                            std::chrono::milliseconds receiveTimeout,

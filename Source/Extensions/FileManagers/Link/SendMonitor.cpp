@@ -56,6 +56,10 @@ MessagePortRef SendMonitor::createRemote(std::string_view name) {
     return remote;
 }
 
+PortPresence SendMonitor::presenceOf(std::string_view name) {
+    return service_.presenceOf(name);
+}
+
 SendStatus SendMonitor::sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
                                     std::chrono::milliseconds sendTimeout,
                                     std::chrono::milliseconds receiveTimeout,
