@@ -1,5 +1,7 @@
 #include <CorvidHostKit/Application.h>
 
+#include "Core/Base/PrintableText.h"
+
 #include <CorvidHostKit/Error.h>
 
 #include <cstdio>
@@ -19,7 +21,7 @@ void Application::folderShown(const std::string&) {}
 void Application::folderHidden(const std::string&) {}
 
 void Application::problem(const std::string& text) {
-    std::fprintf(stderr, "%s\n", text.c_str());
+    std::fprintf(stderr, "%s\n", printableText(text).c_str());
 }
 
 } // namespace corvid::hostkit

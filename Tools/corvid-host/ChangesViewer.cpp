@@ -65,7 +65,7 @@ void ChangesViewer::show(const std::string& diff) {
     const bool hasDesktop = session_.hasWayland() || session_.hasX11();
     const std::optional<std::string> opener = hasDesktop ? session_.find("xdg-open") : std::nullopt;
     if (!opener) {
-        log_.say("changes", diff, {{"diff", diff}});
+        log_.sayLines("changes", diff, {{"diff", diff}});
         return;
     }
     const std::optional<std::string> file = writeFile(session_, diff);

@@ -10,7 +10,7 @@
 namespace corvid {
 
 /// Shows a diff to the person who asked for it: on a desktop in the program that opens such files
-/// (xdg-open), else in the host's own output. One thread.
+/// (xdg-open), else in the host's own output, where no terminal acts on what it holds. One thread.
 class ChangesViewer {
 public:
     /// `log` is not owned.

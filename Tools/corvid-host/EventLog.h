@@ -10,7 +10,8 @@
 namespace corvid {
 
 /// What a host says while it runs: a line of words for people, or a line of JSON for scripts.
-/// Every line is written out at once. Any thread.
+/// Every line is written out at once, and no terminal acts on what is in it: names and texts from
+/// outside are given as they are, and escaped here (printableText()). Any thread.
 class EventLog {
 public:
     /// `output` is not owned.
@@ -18,6 +19,9 @@ public:
 
     /// Says that `name` happened: `words` to people, or `{"event": name, ...fields}` to scripts.
     void say(const char* name, const std::string& words, const nlohmann::ordered_json& fields);
+
+    /// The same for a text of many lines, which people see as such (printableLines()).
+    void sayLines(const char* name, const std::string& text, const nlohmann::ordered_json& fields);
 
     /// Something that went wrong: to people on standard error, to scripts as the event "problem".
     void problem(const std::string& text);

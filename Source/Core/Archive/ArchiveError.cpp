@@ -35,7 +35,7 @@ constexpr auto kWords = std::to_array<Words>({
     {Code::tooManyKeys, "tooManyKeys", "an object with more keys than the reader takes"},
     {Code::tooDeep, "tooDeep", "nested deeper than the reader goes"},
     {Code::cycle, "cycle", "an object that holds itself"},
-    {Code::tooMuchMemory, "tooMuchMemory", "would need far more memory than the archive has bytes"},
+    {Code::tooMuchMemory, "tooMuchMemory", "would need far more memory or time than the archive has bytes"},
     {Code::notAnArchive, "notAnArchive", "a property list, but not a keyed archive"},
     {Code::unknownArchiver, "unknownArchiver", "written by another archiver than NSKeyedArchiver"},
     {Code::unsupportedVersion, "unsupportedVersion", "not of archive version 100000"},

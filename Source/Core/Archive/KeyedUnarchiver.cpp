@@ -4,7 +4,9 @@
 #include "Core/Base/UTF8.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -20,6 +22,8 @@ constexpr std::size_t kTextInPlace = 15;
 constexpr std::size_t kURLSize = 3 * sizeof(void*);
 constexpr std::size_t kResolvedSize = sizeof(URL) + sizeof(std::string);
 constexpr std::size_t kFewClasses = 4;
+// Keys of a dictionary up to which each is compared with each.
+constexpr std::size_t kFewKeys = 8;
 
 // No value of a property list has this number: there are far fewer.
 constexpr BinaryPropertyList::Ref kNoRef = 0xFFFFFFFF;
@@ -35,6 +39,10 @@ std::optional<std::size_t> numberBehind(std::string_view prefix, std::string_vie
     const bool isNumber = error == std::errc() && end == key.data() + key.size();
     const bool hasLeadingZero = key.starts_with('0') && key.size() > 1;
     return isNumber && !hasLeadingZero ? std::optional(number) : std::nullopt;
+}
+
+bool isLong(const String* key) {
+    return key->text.size() > limits::kShortKey;
 }
 
 // The object behind `value` if it is one that can be referred to weakly; else null.
@@ -64,7 +72,8 @@ bool isSameField(const Field& a, const Field& b) {
 } // namespace
 
 KeyedUnarchiver::KeyedUnarchiver(const BinaryPropertyList& list, std::size_t memory)
-    : list_(list), memoryLeft_(memory) {}
+    : list_(list), memoryLeft_(memory),
+      keyTextLeft_(limits::kKeyTextFactor * list.size() + limits::kKeyTextAllowance) {}
 
 std::optional<Value> KeyedUnarchiver::root() {
     const Item archive = list_.item(list_.top());
@@ -134,6 +143,10 @@ std::string_view KeyedUnarchiver::keyText(const Item& key) {
     if (key.count > limits::kKeyLength) {
         refuseAtByte(Code::stringTooLong, key.start);
     }
+    if (key.count > keyTextLeft_) {
+        refuseAtByte(Code::tooMuchMemory, list_.size());
+    }
+    keyTextLeft_ -= key.count;
     if (key.kind == Kind::ascii) {
         return list_.ascii(key);
     }
@@ -516,22 +529,63 @@ Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
 }
 
 void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t uid) {
-    if (dictionary.entries.size() < 2) {
+    const auto refuse = [uid](const String* twin) {
+        refuseAtObject(Code::duplicateKey, uid, twin->text);
+    };
+    if (dictionary.entries.size() <= kFewKeys) { // As in every message.
+        std::array<const String*, kFewKeys> names;
+        std::size_t count = 0;
+        for (const auto& [key, value] : dictionary.entries) {
+            const String* name = key.asStringObject();
+            if (name == nullptr) {
+                continue;
+            }
+            for (std::size_t i = 0; i < count; ++i) {
+                if (isSameKey(names[i], name)) {
+                    refuse(name);
+                }
+            }
+            names[count++] = name;
+        }
         return;
     }
-    std::vector<std::string_view> names;
-    charge(dictionary.entries.size() * sizeof(std::string_view));
+    std::vector<const String*> names;
+    charge(dictionary.entries.size() * sizeof(const String*));
     names.reserve(dictionary.entries.size());
     for (const auto& [key, value] : dictionary.entries) {
-        if (const std::string* name = key.asString()) {
-            names.push_back(*name);
+        if (const String* name = key.asStringObject()) {
+            names.push_back(isLong(name) ? firstOfText(name) : name);
         }
     }
-    std::ranges::sort(names);
-    const auto twin = std::ranges::adjacent_find(names);
+    std::ranges::sort(names, [](const String* a, const String* b) {
+        if (isLong(a) || isLong(b)) {
+            return isLong(a) && isLong(b) ? std::less<>()(a, b) : isLong(b);
+        }
+        return a != b && a->text < b->text;
+    });
+    const auto twin = std::ranges::adjacent_find(
+        names, [this](const String* a, const String* b) { return isSameKey(a, b); });
     if (twin != names.end()) {
-        refuseAtObject(Code::duplicateKey, uid, *twin);
+        refuse(*twin);
     }
+}
+
+bool KeyedUnarchiver::isSameKey(const String* a, const String* b) {
+    if (a == b || a->text.size() != b->text.size()) {
+        return a == b;
+    }
+    return isLong(a) ? firstOfText(a) == firstOfText(b) : a->text == b->text;
+}
+
+const String* KeyedUnarchiver::firstOfText(const String* string) {
+    if (const auto known = firstOfText_.find(string); known != firstOfText_.end()) {
+        return known->second;
+    }
+    constexpr std::size_t kNodes = 16 * sizeof(void*); // Of both containers, and the buckets.
+    charge(kNodes);
+    const String* const first = longTexts_.emplace(string->text, string).first->second;
+    firstOfText_.emplace(string, first);
+    return first;
 }
 
 URL KeyedUnarchiver::url(const Fields& fields) {

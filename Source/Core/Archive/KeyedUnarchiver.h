@@ -10,11 +10,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <forward_list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace corvid {
@@ -187,6 +189,11 @@ private:
     std::vector<Value> elements(const Fields& fields);
     Dictionary dictionary(const Fields& fields);
     void checkDistinct(const Dictionary& dictionary, std::uint64_t uid);
+    /// The string that stands for all long ones of this text: the first that was met. Each string
+    /// is looked at once, however many dictionaries have it as a key.
+    const String* firstOfText(const String* string);
+    /// True when two keys of a dictionary say the same.
+    bool isSameKey(const String* a, const String* b);
     URL url(const Fields& fields);
     Bytes bytes(const Fields& fields, const Item& item, std::string_view key);
 
@@ -214,6 +221,7 @@ private:
     const BinaryPropertyList& list_;
     Item objects_{};
     std::size_t memoryLeft_;
+    std::size_t keyTextLeft_;
     std::size_t depth_ = 0;
     FirstMemoryOf<2048> memory_;
     FirstVector<Value> values_{memory_};
@@ -222,6 +230,10 @@ private:
     std::vector<Target> targets_;
     std::forward_list<std::string> wideKeys_;
     FieldList lastFields_;
+    // Of long keys of dictionaries only. A tree for the texts: whoever writes an archive can make
+    // texts of the same hash.
+    std::unordered_map<const String*, const String*> firstOfText_;
+    std::map<std::string_view, const String*> longTexts_;
 };
 
 } // namespace corvid

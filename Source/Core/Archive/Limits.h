@@ -35,7 +35,17 @@ inline constexpr std::size_t kClassChain = 32;
 inline constexpr std::size_t kMemoryFactor = 4;
 inline constexpr std::size_t kMemoryAllowance = std::size_t{64} << 10U;
 
-/// The same factor for a property list that is no archive and is read for a person to look at: it
+/// Characters of keys that the reader has no name for, for each byte of the archive, and those that
+/// any archive may have besides. Such a key is read for every object that has it, and objects may
+/// share their keys; an honest archive stays below a third of this.
+inline constexpr std::size_t kKeyTextFactor = 128;
+inline constexpr std::size_t kKeyTextAllowance = std::size_t{1} << 20U;
+
+/// Bytes of a dictionary's key up to which it is compared wherever it is met. A longer one gets a
+/// number when it is first met, so that many dictionaries may share it.
+inline constexpr std::size_t kShortKey = 64;
+
+/// The factor of memory for a property list that is no archive and is read for a person to look at: it
 /// has no archive's overhead to draw on, its smallest value is a few bytes.
 inline constexpr std::size_t kPlainMemoryFactor = 64;
 

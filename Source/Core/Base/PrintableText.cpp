@@ -94,4 +94,20 @@ std::string printableText(std::string_view text) {
     return out;
 }
 
+std::string printableLines(std::string_view text) {
+    constexpr std::string_view kKept = "\n\t\\";
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find_first_of(kKept), text.size());
+        appendPrintableText(out, text.substr(0, end));
+        text.remove_prefix(end);
+        if (!text.empty()) {
+            out += text.front();
+            text.remove_prefix(1);
+        }
+    }
+    return out;
+}
+
 } // namespace corvid

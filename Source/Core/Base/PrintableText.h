@@ -16,4 +16,9 @@ void appendPrintableText(std::string& out, std::string_view text);
 /// The same as a new string.
 std::string printableText(std::string_view text);
 
+/// A text of many lines for a person, such as the differences between two files: as
+/// printableText(), but newlines and tabs stay, and so does a backslash, which such texts are full
+/// of. So what an escape says may be mistaken for text; a terminal acts on neither. Any thread.
+std::string printableLines(std::string_view text);
+
 } // namespace corvid

@@ -3,7 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <variant>
 
 namespace corvid {
@@ -52,6 +57,69 @@ TEST(PathPattern, matchesNamesAndPaths) {
     for (const Row& row : rows) {
         EXPECT_EQ(PathPattern(row.pattern).matches(row.path), row.matches)
             << row.pattern << " on " << row.path;
+    }
+}
+
+// What a pattern means, said in the plainest way: every star tries every length.
+bool matchesByTrying(std::string_view pattern, std::string_view text) {
+    if (pattern.empty()) {
+        return text.empty();
+    }
+    if (pattern.front() == '*') {
+        const bool crossesNames = pattern.starts_with("**");
+        const std::string_view rest = pattern.substr(crossesNames ? 2 : 1);
+        for (std::size_t taken = 0;; ++taken) {
+            if (matchesByTrying(rest, text.substr(taken))) {
+                return true;
+            }
+            if (taken == text.size() || (!crossesNames && text[taken] == '/')) {
+                return false;
+            }
+        }
+    }
+    return !text.empty() &&
+           (pattern.front() == '?' ? text.front() != '/' : pattern.front() == text.front()) &&
+           matchesByTrying(pattern.substr(1), text.substr(1));
+}
+
+TEST(PathPattern, saysWhatTryingSays) {
+    std::mt19937 random(20);
+    const auto textOf = [&random](std::string_view characters, std::size_t longest) {
+        std::string text(random() % (longest + 1), ' ');
+        std::ranges::generate(text, [&] { return characters[random() % characters.size()]; });
+        return text;
+    };
+    std::size_t matchCount = 0;
+    for (int i = 0; i < 20'000; ++i) {
+        // With a "/", so that the whole path counts.
+        const std::string pattern = textOf("ab/?***", 8) + "/" + textOf("a/?**", 3);
+        const std::string path = textOf("ab/", 6) + "/" + textOf("a/", 3);
+        const bool matches = PathPattern(pattern).matches(path);
+        matchCount += matches ? 1 : 0;
+        ASSERT_EQ(matches, matchesByTrying(pattern, path)) << pattern << " on " << path;
+    }
+    EXPECT_GT(matchCount, 1'000U);
+}
+
+TEST(PathPattern, takesTimeByPatternTimesPath) {
+    std::string stars;
+    for (int i = 0; i < 8; ++i) {
+        stars += "**a";
+    }
+    const std::string name(4'000, 'a');
+    const std::pair<std::string, std::string> kinds[] = {
+        {stars + "b", name},
+        {stars + "/b", name},
+        {"*a*a*a*a*a*a*a*a/b", name},
+        {"**/*a**/*a**/*a**/*a**/b", "a/" + name + "/" + name},
+        {std::string(600, '*') + "b", name},
+        {"**" + name.substr(0, 200) + "b", name},
+        {"?" + stars + std::string(50, '?') + "/", name},
+    };
+    for (const auto& [pattern, path] : kinds) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(PathPattern(pattern).matches(path)) << pattern;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << pattern;
     }
 }
 

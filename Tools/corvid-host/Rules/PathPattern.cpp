@@ -1,40 +1,59 @@
 #include "Tools/corvid-host/Rules/PathPattern.h"
 
+#include <algorithm>
+
 namespace corvid {
 
-namespace {
-
-bool matchesText(std::string_view pattern, std::string_view text) {
-    while (!pattern.empty()) {
-        if (pattern.front() == '*') {
-            const bool crossesNames = pattern.starts_with("**");
-            pattern.remove_prefix(crossesNames ? 2 : 1);
-            for (std::size_t taken = 0;; ++taken) {
-                if (matchesText(pattern, text.substr(taken))) {
-                    return true;
-                }
-                if (taken == text.size() || (!crossesNames && text[taken] == '/')) {
-                    return false;
-                }
-            }
+PathPattern::PathPattern(std::string_view text)
+    : isOfNames_(text.find('/') == std::string_view::npos && text != "**") {
+    while (!text.empty()) {
+        if (text.starts_with("**")) {
+            parts_.push_back({Part::Kind::anything});
+            text.remove_prefix(2);
+        } else {
+            const char first = text.front();
+            parts_.push_back({first == '*'   ? Part::Kind::anyOfName
+                              : first == '?' ? Part::Kind::oneOfName
+                                             : Part::Kind::byte,
+                              first});
+            text.remove_prefix(1);
         }
-        if (text.empty() ||
-            (pattern.front() == '?' ? text.front() == '/' : pattern.front() != text.front())) {
-            return false;
-        }
-        pattern.remove_prefix(1);
-        text.remove_prefix(1);
     }
-    return text.empty();
 }
 
-} // namespace
-
 bool PathPattern::matches(std::string_view path) const {
-    if (text_.find('/') == std::string::npos && text_ != "**") {
+    if (isOfNames_) {
         path = path.substr(path.rfind('/') + 1); // npos + 1 is 0
     }
-    return matchesText(text_, path);
+    // Which parts may come next, after what was read of the path. A byte leads from each of them
+    // to itself or to the one behind, so that no part of the path is read twice.
+    std::vector<bool> next(parts_.size() + 1);
+    std::vector<bool> then(parts_.size() + 1);
+    next[0] = true;
+    const auto skipEmpty = [this](std::vector<bool>& places) {
+        for (std::size_t i = 0; i < parts_.size(); ++i) {
+            if (places[i] && parts_[i].isRepeated()) {
+                places[i + 1] = true;
+            }
+        }
+    };
+    skipEmpty(next);
+    for (const char c : path) {
+        std::ranges::fill(then, false);
+        bool isAlive = false;
+        for (std::size_t i = 0; i < parts_.size(); ++i) {
+            if (next[i] && parts_[i].takes(c)) {
+                then[parts_[i].isRepeated() ? i : i + 1] = true;
+                isAlive = true;
+            }
+        }
+        if (!isAlive) {
+            return false;
+        }
+        skipEmpty(then);
+        next.swap(then);
+    }
+    return next[parts_.size()];
 }
 
 } // namespace corvid

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <string>
+#include <cstdint>
 #include <string_view>
+#include <vector>
 
 namespace corvid {
 
@@ -10,13 +11,27 @@ namespace corvid {
 /// with a "/" is one of whole paths. Immutable.
 class PathPattern {
 public:
-    explicit PathPattern(std::string text) : text_(std::move(text)) {}
+    explicit PathPattern(std::string_view text);
 
-    /// `path` is relative to the folder; the folder itself is "".
+    /// `path` is relative to the folder; the folder itself is "". Takes time in proportion to the
+    /// length of the pattern times that of the path, whatever they are.
     bool matches(std::string_view path) const;
 
 private:
-    std::string text_;
+    struct Part {
+        enum class Kind : std::uint8_t { byte, oneOfName, anyOfName, anything };
+
+        Kind kind;
+        char byte = 0;
+
+        bool isRepeated() const { return kind == Kind::anyOfName || kind == Kind::anything; }
+        bool takes(char c) const {
+            return kind == Kind::anything || (kind == Kind::byte ? c == byte : c != '/');
+        }
+    };
+
+    bool isOfNames_;
+    std::vector<Part> parts_;
 };
 
 } // namespace corvid

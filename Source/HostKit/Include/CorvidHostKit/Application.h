@@ -55,7 +55,8 @@ public:
     virtual void folderHidden(const std::string& path);
 
     /// Something went wrong that nobody is waiting to hear: a line of text with the remedy.
-    /// The one here writes it to standard error.
+    /// Names in it are as they came, of any bytes: escape what a terminal would act upon. The one
+    /// here writes it to standard error, escaped.
     virtual void problem(const std::string& text);
 
 protected:
