@@ -27,8 +27,11 @@ public:
     const FrameHeader& header() const { return header_; }
     /// Whether anything has come.
     bool hasBegun() const { return taken_ > 0; }
+    /// How many bytes have come.
+    std::size_t takenBytes() const { return taken_ + dataTaken_; }
 
-    /// Takes the next `bytes`, any number.
+    /// Takes the next `bytes`, any number. This and space() throw std::bad_alloc when there is no
+    /// memory; the frame cannot be read on then.
     State feed(ByteView bytes);
 
     /// In the state `data`: where the next bytes may be read to directly, one at least and no more

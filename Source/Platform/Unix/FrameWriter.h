@@ -20,6 +20,10 @@ public:
 
     bool hasBegun() const { return left_ < header_.size() + data_.size(); }
     bool isDone() const { return left_ == 0; }
+    /// How many bytes have been written.
+    std::size_t writtenBytes() const {
+        return left_ == 0 ? 0 : header_.size() + data_.size() - left_;
+    }
 
     /// Writes on, once and without waiting; the result and `errno` of send(2).
     ssize_t write(int socket);

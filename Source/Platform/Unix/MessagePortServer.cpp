@@ -23,6 +23,14 @@ constexpr std::size_t kMaxConnections = 64;
 // What a peer may take, in all, to write its request, or to read its reply.
 constexpr std::chrono::seconds kPatience{5};
 
+// What a connection is given when others wait for its place or its memory: a moment, and the time
+// that what it has sent or read so far takes at this pace. The sender of a small request has sent
+// it all before it is accepted, and who sends much has a second for all of it. So whoever does
+// his part as fast as he can keeps his place on a busy machine too, while 64 places pass on 6,400
+// times a second from peers that do nothing.
+constexpr std::chrono::milliseconds kMomentInACrowd{10};
+constexpr std::size_t kPaceInACrowd = std::size_t{8} << 20U; // bytes a second
+
 // Above what a socket holds (net.core.wmem_default), so that the sender of a large request is
 // still there while the request waits for memory.
 constexpr std::size_t kLargeBytes = std::size_t{256} << 10U;
@@ -51,12 +59,23 @@ struct MessagePortServer::Connection final : EventSource {
 
     bool isSilent() const { return phase == Phase::reading && !reader.hasBegun(); }
 
+    bool waitsForPeer() const { return phase == Phase::reading || phase == Phase::writing; }
+
+    /// When it is behind the pace that it has to keep in a crowd.
+    steady_clock::time_point behindAt() const {
+        const std::size_t bytes =
+            phase == Phase::writing ? writer.writtenBytes() : reader.takenBytes();
+        return pacedSince + kMomentInACrowd +
+               std::chrono::microseconds(bytes * 1'000'000 / kPaceInACrowd);
+    }
+
     MessagePortServer& server;
     ForkClosedFd fd;
     std::shared_ptr<LocalMessagePort> port;
     pid_t peer;
     Phase phase = Phase::reading;
     steady_clock::time_point since = steady_clock::now(); ///< of the phase
+    steady_clock::time_point pacedSince = since; ///< later, when it had to wait for this side
     std::uint32_t watchedEvents = 0;
     FrameReader reader;
     std::size_t largeBytes = 0;
@@ -171,6 +190,7 @@ void MessagePortServer::remove(LocalMessagePort& port) {
 void MessagePortServer::accept(LocalMessagePort& port) {
     loop_.atRoundEnd(*this);
     if (openCount_ >= kMaxConnections && !makeRoom()) {
+        isCrowded_ = true;
         listen(false);
         return;
     }
@@ -211,6 +231,7 @@ void MessagePortServer::listen(bool on) {
         return;
     }
     isListening_ = on;
+    isCrowded_ = isCrowded_ && !on;
     for (const auto& port : ports_) {
         if (on) {
             loop_.watch(port->listener_.fd.get(), EPOLLIN, *port);
@@ -221,7 +242,7 @@ void MessagePortServer::listen(bool on) {
 }
 
 // Gives up the connection that has said nothing for the longest time; its sender connects again
-// when it has something to say.
+// when it has something to say. Without one, gives up the one that is behind the pace most.
 bool MessagePortServer::makeRoom() {
     for (const auto& connection : connections_) {
         if (connection->isSilent()) {
@@ -231,7 +252,59 @@ bool MessagePortServer::makeRoom() {
             }
         }
     }
-    return false;
+    const auto now = steady_clock::now();
+    for (;;) {
+        Connection* const last = mostBehind(false);
+        if (last == nullptr || last->behindAt() > now) {
+            return false;
+        }
+        // It may have done its part meanwhile.
+        if (last->waitsForPeer()) {
+            last->phase == Connection::Phase::writing ? write(*last) : read(*last);
+        }
+        if (last->phase != Connection::Phase::complete && last->behindAt() <= now) {
+            drop(*last);
+        }
+        if (last->phase == Connection::Phase::dropped) {
+            return true;
+        }
+    }
+}
+
+// Has the connections give up memory that are behind the pace, until `bytes` more can be had.
+bool MessagePortServer::makeMemory(std::size_t bytes) {
+    const auto now = steady_clock::now();
+    while (largeBytes_ + bytes > kMaxLargeBytes) {
+        Connection* const last = mostBehind(true);
+        if (last == nullptr || last->behindAt() > now) {
+            return false;
+        }
+        drop(*last);
+    }
+    return true;
+}
+
+MessagePortServer::Connection* MessagePortServer::mostBehind(bool ofThoseWithMemory) const {
+    Connection* last = nullptr;
+    for (const auto& connection : connections_) {
+        const bool counts =
+            ofThoseWithMemory
+                ? connection->largeBytes > 0 && connection->waitsForPeer()
+                : connection->waitsForPeer() ||
+                      connection->phase == Connection::Phase::waitingForMemory;
+        if (counts && (last == nullptr || connection->behindAt() < last->behindAt())) {
+            last = connection.get();
+        }
+    }
+    return last;
+}
+
+// While this side is busy with others, nobody falls behind.
+void MessagePortServer::forgiveTimeSince(steady_clock::time_point start) {
+    const auto time = steady_clock::now() - start;
+    for (const auto& connection : connections_) {
+        connection->pacedSince += time;
+    }
 }
 
 // Closes a connection to its sender's knowledge, and takes what was sent before.
@@ -278,7 +351,13 @@ void MessagePortServer::read(Connection& connection, Wait wait) {
         }
         const auto size = static_cast<std::size_t>(count);
         readBytes += size;
-        const State state = isData ? reader.received(size) : reader.feed(space.first(size));
+        State state = State::refused;
+        try {
+            state = isData ? reader.received(size) : reader.feed(space.first(size));
+        } catch (const std::bad_alloc&) {
+            drop(connection);
+            return;
+        }
         if (state == State::unreadable && reader.header().kind == FrameKind::request &&
             reader.header().wantsReply) {
             reply(connection, true, std::nullopt);
@@ -297,11 +376,13 @@ bool MessagePortServer::reserveLarge(Connection& connection) {
     if (bytes <= kLargeBytes || connection.largeBytes > 0) {
         return true;
     }
-    if (largeBytes_ + bytes > kMaxLargeBytes) {
+    // It is not among those that give up memory, since it has none.
+    if (largeBytes_ + bytes > kMaxLargeBytes && !makeMemory(bytes)) {
         connection.phase = Connection::Phase::waitingForMemory;
         watch(connection, 0);
         return false;
     }
+    connection.pacedSince = steady_clock::now();
     connection.largeBytes = bytes;
     largeBytes_ += bytes;
     return true;
@@ -325,11 +406,16 @@ void MessagePortServer::onRoundEnd() {
         isInRound_ = true;
         hasComplete_ = false;
         readPredecessors();
+        const bool othersWait = connections_.size() > 1;
+        const auto start = othersWait ? steady_clock::now() : steady_clock::time_point();
         // In the order of the connections. None is added meanwhile.
         for (const auto& connection : connections_) {
             if (connection->phase == Connection::Phase::complete) {
                 answer(*connection);
             }
+        }
+        if (othersWait) {
+            forgiveTimeSince(start);
         }
         isInRound_ = false;
     }
@@ -394,7 +480,7 @@ void MessagePortServer::reply(Connection& connection, bool isRefusal, std::optio
     if (connection.phase != Connection::Phase::writing) {
         return;
     }
-    connection.since = steady_clock::now();
+    connection.since = connection.pacedSince = steady_clock::now();
     if (connection.reply.size() > kLargeBytes) {
         connection.largeBytes = connection.reply.size();
         largeBytes_ += connection.largeBytes;
@@ -460,12 +546,22 @@ void MessagePortServer::tidy() {
         return connection->phase == Connection::Phase::dropped;
     });
     std::optional<steady_clock::time_point> next = listenAgain_;
+    const auto wakeAt = [&](steady_clock::time_point moment) {
+        next = next ? std::min(*next, moment) : moment;
+    };
+    bool memoryIsAwaited = false;
     for (const auto& connection : connections_) {
         if (connection->phase == Connection::Phase::reading) {
             watch(*connection, EPOLLIN);
         }
-        const auto end = connection->since + kPatience;
-        next = next ? std::min(*next, end) : end;
+        memoryIsAwaited |= connection->phase == Connection::Phase::waitingForMemory;
+        wakeAt(connection->since + kPatience);
+    }
+    if (const auto* const last = isCrowded_ ? mostBehind(false) : nullptr) {
+        wakeAt(last->behindAt());
+    }
+    if (const auto* const last = memoryIsAwaited ? mostBehind(true) : nullptr) {
+        wakeAt(last->behindAt());
     }
     if (openCount_ < kMaxConnections && !listenAgain_) {
         listen(true);
@@ -487,6 +583,17 @@ void MessagePortServer::onTimer() {
             retire(*connection);
         } else if (connection->phase != Connection::Phase::complete) {
             drop(*connection);
+        }
+    }
+    // Who waits is looked for once somebody can make room.
+    const Connection* const last = mostBehind(false);
+    if (isCrowded_ && !listenAgain_ && last != nullptr && last->behindAt() <= now) {
+        listen(true);
+    }
+    for (const auto& connection : connections_) {
+        if (connection->phase == Connection::Phase::waitingForMemory) {
+            makeMemory(connection->reader.header().dataBytes);
+            break;
         }
     }
 }

@@ -61,7 +61,8 @@ private:
 ///
 /// Everything a sender can take is bounded, and a sender over a bound waits in the kernel, within
 /// its own deadlines: connections at a time, memory for large requests and replies, the time that
-/// a connection may stay without doing its part. On the queue's thread, but for the constructor
+/// a connection may stay without doing its part. When others wait, a connection that is behind the
+/// pace makes room for them much earlier. On the queue's thread, but for the constructor
 /// and the destructor (which runs when that thread has ended).
 class MessagePortServer final : public EventSource {
 public:
@@ -84,6 +85,9 @@ private:
     void accept(LocalMessagePort& port);
     void listen(bool on);
     bool makeRoom();
+    bool makeMemory(std::size_t bytes);
+    Connection* mostBehind(bool ofThoseWithMemory) const;
+    void forgiveTimeSince(std::chrono::steady_clock::time_point start);
     enum class Wait { no, oneMoment };
     void read(Connection& connection, Wait wait = Wait::no);
     bool reserveLarge(Connection& connection);
@@ -104,6 +108,7 @@ private:
     std::size_t openCount_ = 0;                          ///< connections that are not dropped
     std::size_t largeBytes_ = 0; ///< announced by large requests, held by large replies
     bool isListening_ = true;
+    bool isCrowded_ = false;  ///< somebody waits in the kernel for a connection to end
     bool hasComplete_ = false; ///< a request of this round
     bool isInRound_ = false;
     std::optional<std::chrono::steady_clock::time_point> listenAgain_;

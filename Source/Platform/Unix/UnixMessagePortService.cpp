@@ -105,8 +105,8 @@ ssize_t receiveWithin(int fd, std::span<std::uint8_t> space, const Deadline& dea
     return count;
 }
 
-SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadline,
-                     std::optional<Bytes>* reply) {
+SendStatus readReplyWithMemory(int fd, const FrameHeader& request, const Deadline& deadline,
+                               std::optional<Bytes>* reply) {
     int nonBlocking = 0;
     ioctl(fd, FIONBIO, &nonBlocking);
     FrameReader reader;
@@ -137,6 +137,16 @@ SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadlin
         *reply = reader.takeData();
     }
     return SendStatus::success;
+}
+
+// A reply that there is no memory for is lost, as one that is cut short.
+SendStatus readReply(int fd, const FrameHeader& request, const Deadline& deadline,
+                     std::optional<Bytes>* reply) {
+    try {
+        return readReplyWithMemory(fd, request, deadline, reply);
+    } catch (const std::bad_alloc&) {
+        return SendStatus::transportError;
+    }
 }
 
 } // namespace

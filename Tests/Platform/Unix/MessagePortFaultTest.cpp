@@ -684,6 +684,113 @@ TEST_F(MessagePortFaultTest, silentAndHalfHeartedSendersDoNotKeepOthersFromBeing
     expectAnswer();
 }
 
+/// Asks `host` as the extension does, eight at a time: how long the slowest of `count` questions
+/// took, and how many were not answered.
+struct Strain {
+    std::chrono::milliseconds slowest{};
+    int unanswered = 0;
+};
+Strain askMany(MessagePortService& service, int count) {
+    constexpr int kLanes = 8;
+    std::vector<std::future<Strain>> lanes;
+    for (int lane = 0; lane < kLanes; ++lane) {
+        lanes.push_back(std::async(std::launch::async, [&service, count] {
+            Strain strain;
+            for (int i = 0; i < count / kLanes; ++i) {
+                const auto start = std::chrono::steady_clock::now();
+                std::optional<Bytes> reply;
+                const MessagePortRef remote = service.createRemote("host");
+                if (remote == nullptr ||
+                    service.sendRequest(*remote, 4, bytesOf("question"), 1s, 1s, "mode", &reply) !=
+                        SendStatus::success) {
+                    ++strain.unanswered;
+                }
+                strain.slowest = std::max(strain.slowest,
+                                          std::chrono::duration_cast<std::chrono::milliseconds>(
+                                              std::chrono::steady_clock::now() - start));
+            }
+            return strain;
+        }));
+    }
+    Strain all;
+    for (auto& lane : lanes) {
+        const Strain strain = lane.get();
+        all.slowest = std::max(all.slowest, strain.slowest);
+        all.unanswered += strain.unanswered;
+    }
+    return all;
+}
+
+TEST_F(MessagePortFaultTest, sendersThatSayHalfAndComeAgainDoNotKeepOthersFromBeingServed) {
+    const auto host = readyPeer({"serve", "host"});
+    for (const char* how : {"one byte", "drip"}) {
+        for (const char* count : {"64", "500"}) {
+            SCOPED_TRACE(std::string(count) + " senders, " + how);
+            const auto crowd = readyPeer({"say-half", "host", count, how});
+            const Strain strain = askMany(platform_->messagePorts, 200);
+            EXPECT_EQ(strain.unanswered, 0);
+            RecordProperty(std::string("slowest ms, ") + count + " " + how,
+                           std::to_string(strain.slowest.count()));
+        }
+    }
+    expectAnswer();
+}
+
+// Whoever sends much without a break keeps his place, even at a fraction of the usual speed.
+TEST_F(MessagePortFaultTest, crowdOfHalfHeartedSendersDoesNotSendAwayWhoKeepsSending) {
+    const auto host = readyPeer({"serve", "host"});
+    const auto crowd = readyPeer({"say-half", "host", "200", "one byte"});
+    const Bytes much(std::size_t{24} << 20U, 1);
+    for (int i = 0; i < 5; ++i) {
+        const MessagePortRef remote = platform_->messagePorts.createRemote("host");
+        ASSERT_NE(remote, nullptr);
+        std::optional<Bytes> reply;
+        EXPECT_EQ(
+            platform_->messagePorts.sendRequest(*remote, 4, much, 60s, 60s, "mode", &reply),
+            SendStatus::success);
+        EXPECT_EQ(reply, much);
+    }
+}
+
+// Two that announce all the memory there is and send nothing of it make way for one who does.
+TEST_F(MessagePortFaultTest, memoryThatIsOnlyAnnouncedIsThereForOthers) {
+    const auto host = readyPeer({"serve", "host"});
+    PortFolder folder(RuntimeFolder::ofThisUser());
+    FrameHeader header;
+    header.hasData = header.wantsReply = true;
+    header.dataBytes = kMaxFrameDataBytes;
+    const auto frame = encodedHeader(header);
+    std::vector<PortFolder::Connection> announcers;
+    for (int i = 0; i < 3; ++i) {
+        announcers.push_back(folder.connect("host", Deadline(30s)));
+        ASSERT_EQ(announcers.back().result, PortFolder::ConnectResult::connected);
+        ASSERT_EQ(send(announcers.back().fd.get(), frame.data(), frame.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(frame.size()));
+        const char first = 'x';
+        ASSERT_EQ(send(announcers.back().fd.get(), &first, 1, MSG_NOSIGNAL), 1);
+    }
+    expectAnswer();
+    const Bytes large(std::size_t{1} << 20U, 1);
+    const Outcome outcome = ask("host", large);
+    EXPECT_EQ(outcome.reply, large);
+    EXPECT_THAT(outcome.logged, IsEmpty());
+}
+
+TEST_F(MessagePortFaultTest, replyThatThereIsNoMemoryForIsAnError) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more memory than can be limited";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "a sanitizer needs more memory than can be limited";
+#endif
+#endif
+    const auto host = readyPeer({"serve", "host"});
+    const auto sender = peer({"ask-without-memory", "host", "4"});
+    EXPECT_EQ(sender->readLine(),
+              std::to_string(static_cast<int>(SendStatus::transportError)) + " without");
+    EXPECT_EQ(sender->readLine(), "0 with a reply");
+}
+
 TEST_F(MessagePortFaultTest, sendersThatReadNoReplyDoNotKeepOthersFromBeingServed) {
     const auto host = readyPeer({"serve", "host"});
     PortFolder folder(RuntimeFolder::ofThisUser());

@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -229,6 +230,61 @@ void visitAtRandom(const std::string& name, int frontEnds, std::chrono::millisec
     _exit(0);
 }
 
+// `count` senders at a time that never send all of a request: each says a byte and no more, or
+// (`how` is "drip") one every few milliseconds, and comes again when it is sent away. Ready when
+// each has been there once.
+void sayHalf(const std::string& name, int count, const std::string& how) {
+    UnixMessagePortService service;
+    std::atomic<int> connected = 0;
+    FrameHeader header;
+    header.hasData = header.wantsReply = true;
+    header.dataBytes = 1000;
+    const auto frame = encodedHeader(header);
+    for (int i = 0; i < count; ++i) {
+        std::thread([&] {
+            for (bool isFirst = true;; isFirst = false) {
+                const auto connection = service.portFolder().connect(name, Deadline(60s));
+                if (isFirst && ++connected == std::min(count, 100)) {
+                    say("ready");
+                }
+                const int fd = connection.fd.get();
+                std::size_t sent = 0;
+                pollfd entry{fd, POLLIN, 0};
+                do {
+                    const bool sends = sent == 0 || (how == "drip" && sent < frame.size());
+                    sent += sends && ::send(fd, &frame[sent], 1, MSG_NOSIGNAL) == 1 ? 1U : 0U;
+                } while (poll(&entry, 1, how == "drip" ? 3 : -1) == 0);
+            }
+        }).detach();
+    }
+    mayGoOn();
+    _exit(0);
+}
+
+// Asks for a reply with no more memory to be had than `mebibytes`, and says what became of it; then
+// asks with memory.
+void askWithoutMemory(const std::string& name, std::size_t mebibytes) {
+    UnixMessagePortService service;
+    const Bytes data(std::size_t{32} << 20U, 1);
+    const auto ask = [&] {
+        const auto remote = service.createRemote(name);
+        std::optional<Bytes> reply;
+        const auto status = service.sendRequest(*remote, 1, data, 60s, 60s, "mode", &reply);
+        say(std::to_string(static_cast<int>(status)) + (reply ? " with a reply" : " without"));
+    };
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlimit few{static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE)) + (mebibytes << 20U),
+                     before.rlim_max};
+    setrlimit(RLIMIT_AS, &few);
+    ask();
+    setrlimit(RLIMIT_AS, &before);
+    ask();
+    mayGoOn();
+}
+
 void publish(const std::string& folder) {
     const auto published = VolumeFile::ofHost(RuntimeFolder::ofThisUser()).publish(folder, true);
     if (published.publication == nullptr) {
@@ -375,6 +431,10 @@ int main(int argc, char** argv) {
         visitAtRandom(name, std::stoi(words.at(2)),
                       std::chrono::milliseconds(std::stoi(words.at(3))),
                       static_cast<unsigned>(std::stoi(words.at(4))));
+    } else if (mode == "say-half") {
+        sayHalf(name, std::stoi(words.at(2)), words.at(3));
+    } else if (mode == "ask-without-memory") {
+        askWithoutMemory(name, static_cast<std::size_t>(std::stoi(words.at(2))));
     } else if (mode == "publish") {
         publish(name);
     } else if (mode == "misbehave") {
