@@ -8,6 +8,7 @@
 #include "Extensions/Finder/CVMAMessagePort.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace corvid {
 
@@ -16,11 +17,12 @@ namespace {
 // Set on the thread that starts a controller, read on the queue of the message ports.
 struct DelegateSlot {
     Mutex mutex;
-    std::weak_ptr<CVMABadgeDelegate> delegate CORVID_GUARDED_BY(mutex);
+    std::shared_ptr<DelegateGate> delegate CORVID_GUARDED_BY(mutex);
 };
 
 DelegateSlot& delegateSlot() {
-    static DelegateSlot slot;
+    // Never destroyed: the queue may still run when the process ends.
+    static DelegateSlot& slot = *new DelegateSlot;
     return slot;
 }
 
@@ -31,8 +33,7 @@ bool hasStringKeys(const Dictionary& dictionary) {
 
 } // namespace
 
-CVMABadgeHandler::CVMABadgeHandler(const std::string& portId,
-                                   const std::shared_ptr<CVMABadgeDelegate>& badgeDelegate) {
+CVMABadgeHandler::CVMABadgeHandler(const std::string& portId, CVMABadgeDelegate& badgeDelegate) {
     setDelegate(badgeDelegate);
     port_ = CVMAMessagePort::createServerPort(portId, &CVMABadgeHandler::receive);
 }
@@ -44,16 +45,16 @@ CVMABadgeHandler::~CVMABadgeHandler() {
     Logger::log("<UI> Deinit of CVMABadgeHandler");
 }
 
-std::shared_ptr<CVMABadgeDelegate> CVMABadgeHandler::delegate() {
+DelegateGate::Visit CVMABadgeHandler::delegate() {
     DelegateSlot& slot = delegateSlot();
     const MutexLock lock(slot.mutex);
-    return slot.delegate.lock();
+    return DelegateGate::Visit(slot.delegate);
 }
 
-void CVMABadgeHandler::setDelegate(const std::weak_ptr<CVMABadgeDelegate>& delegate) {
+void CVMABadgeHandler::setDelegate(CVMABadgeDelegate& delegate) {
     DelegateSlot& slot = delegateSlot();
     const MutexLock lock(slot.mutex);
-    slot.delegate = delegate;
+    slot.delegate = delegate.gate();
 }
 
 std::optional<Bytes> CVMABadgeHandler::receive(MessagePort& /*port*/, std::int32_t messageID,
@@ -77,15 +78,15 @@ void CVMABadgeHandler::processProvideBadgeMessage(ByteView data) {
     if (rawValue == nullptr || url == nullptr) {
         return;
     }
-    const std::shared_ptr<CVMABadgeDelegate> delegate = CVMABadgeHandler::delegate();
-    if (delegate == nullptr) {
+    const DelegateGate::Visit visit = delegate();
+    if (visit.delegate() == nullptr) {
         return;
     }
     const std::optional<CVMABadgeID> badge = CVMABadgeID::fromRawValue(*rawValue);
     if (!badge) {
         fatal("the host application pushed an unknown badge");
     }
-    delegate->setBadge(*badge, *url);
+    visit.delegate()->setBadge(*badge, *url);
 }
 
 } // namespace corvid

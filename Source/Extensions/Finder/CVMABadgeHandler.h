@@ -5,7 +5,6 @@
 #include "Platform/Interfaces/MessagePortService.h"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,8 +16,7 @@ class CVMABadgeHandler {
 public:
     /// Sets the delegate, then opens the port called `portId`: nothing can arrive before there is
     /// somebody to take it. A port that cannot be opened leaves the handler alive but deaf.
-    CVMABadgeHandler(const std::string& portId,
-                     const std::shared_ptr<CVMABadgeDelegate>& badgeDelegate);
+    CVMABadgeHandler(const std::string& portId, CVMABadgeDelegate& badgeDelegate);
 
     /// Invalidates the port: no push is delivered afterwards. The delegate stays as it is.
     ~CVMABadgeHandler();
@@ -26,10 +24,11 @@ public:
     CVMABadgeHandler(const CVMABadgeHandler&) = delete;
     CVMABadgeHandler& operator=(const CVMABadgeHandler&) = delete;
 
-    /// The one delegate of the process, shared by every handler and held weakly; null when there
-    /// is none or it has gone. Any thread; the caller holds it for the length of one call.
-    static std::shared_ptr<CVMABadgeDelegate> delegate();
-    static void setDelegate(const std::weak_ptr<CVMABadgeDelegate>& delegate);
+    /// A visit to the one delegate of the process, which all handlers share and hold weakly; to
+    /// nobody when there is none, when it has gone, and from the moment that its owner lets it go.
+    /// Any thread; for the length of one call, since the delegate's end waits for it.
+    static DelegateGate::Visit delegate();
+    static void setDelegate(CVMABadgeDelegate& delegate);
 
     /// Decodes one push and hands it to the delegate. A message that is no push of a badge for a
     /// URL is dropped without a word, and so is every message while there is no delegate; for a

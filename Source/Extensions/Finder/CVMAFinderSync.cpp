@@ -66,11 +66,28 @@ void CVMAFinderSync::startUp() {
     if (self == nullptr) {
         fatal("the controller has gone while it starts");
     }
-    setBadgeHandler(std::make_shared<CVMABadgeHandler>(portId_, self));
+    setBadgeHandler(std::make_shared<CVMABadgeHandler>(portId_, *self));
 
     // Without the prefix that every other line has.
     Logger::log("Registering " + portId_);
     CVMAMessagePort::registerPort(portId_, true);
+}
+
+void CVMAFinderSync::letGo(CVMAFinderSync* controller) {
+    // Shared, since it is in use until the controller has gone.
+    const std::shared_ptr<DelegateGate> gate = controller->gate();
+    gate->close();
+    gate->afterVisit([controller] {
+        controller->end();
+        delete controller;
+    });
+}
+
+void CVMAFinderSync::end() {
+    gate()->close();
+    if (!std::exchange(hasEnded_, true)) {
+        tearDown();
+    }
 }
 
 void CVMAFinderSync::tearDown() {

@@ -37,20 +37,26 @@ protected:
 
 public:
     /// Makes a controller and starts it: registers watched folder and badges with the file
-    /// manager, opens the port for pushed badges, registers that port with the host. When the last
-    /// reference is dropped it is torn down, in the opposite order and likewise in full.
+    /// manager, opens the port for pushed badges, registers that port with the host.
     /// `T`, a class derived from this one, takes the key and `arguments`; its overrides hold from
     /// the first step to the last, which is why neither start nor end is left to a constructor.
+    ///
+    /// When the last reference is dropped, no further push reaches the controller; the one in work
+    /// ends first; then the controller is torn down, in the opposite order and likewise in full,
+    /// on the thread that dropped the reference and before that returns. So it holds no lock that a
+    /// push takes. Dropped from within a push itself, the teardown follows that push on its thread.
     template <class T = CVMAFinderSync, class... Arguments>
     static std::shared_ptr<T> create(Arguments&&... arguments) {
-        std::shared_ptr<T> controller(new T(Key(), std::forward<Arguments>(arguments)...),
-                                      [](T* ending) {
-                                          ending->tearDown();
-                                          delete ending;
-                                      });
+        std::shared_ptr<T> controller(new T(Key(), std::forward<Arguments>(arguments)...), letGo);
         controller->startUp();
         return controller;
     }
+
+    /// What the end of the last reference does, but for freeing the memory, ahead of that: returns
+    /// when the controller is torn down, even from within a push, which then must not need it any
+    /// more. For an owner whose own end cannot be put off. After it, the reference is dropped and
+    /// nothing else is called.
+    void end();
 
     explicit CVMAFinderSync(Key key);
     ~CVMAFinderSync() override;
@@ -91,6 +97,7 @@ protected:
     void startUp();
 
 private:
+    static void letGo(CVMAFinderSync* controller);
     void tearDown();
     bool isMyFolder(const URL& url) const;
     /// Makes a click on `item` come back here, and remembers what it came with.
@@ -103,6 +110,7 @@ private:
     const std::shared_ptr<LumberjackLoggingService> lumberjackService_;
     const std::string portId_;
     const std::shared_ptr<Image> menuIcon_;
+    bool hasEnded_ = false;
 };
 
 } // namespace corvid

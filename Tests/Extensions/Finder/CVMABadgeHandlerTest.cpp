@@ -36,7 +36,7 @@ protected:
 using BadgeHandlerDeath = BadgeHandler;
 
 TEST_F(BadgeHandler, OpensItsPortOnTheQueueAndClosesItFirst) {
-    auto handler = std::make_unique<CVMABadgeHandler>("PORT", delegate_);
+    auto handler = std::make_unique<CVMABadgeHandler>("PORT", *delegate_);
     EXPECT_THAT(happened(),
                 ElementsAre("log 5 <UI> MessagePort: creating server port with identifier = PORT",
                             "createLocal PORT",
@@ -46,19 +46,19 @@ TEST_F(BadgeHandler, OpensItsPortOnTheQueueAndClosesItFirst) {
     EXPECT_THAT(happened(),
                 ElementsAre("log 5 <UI> MessagePort: invalidating server port", "invalidate PORT",
                             "log 6 <UI> Deinit of CVMABadgeHandler", "releaseLocal PORT"));
-    EXPECT_EQ(CVMABadgeHandler::delegate(), delegate_);
+    EXPECT_EQ(CVMABadgeHandler::delegate().delegate(), delegate_.get());
 }
 
 TEST_F(BadgeHandler, APortThatCannotBeHadLeavesItDeaf) {
     ports().failNextCreateLocal();
-    auto handler = std::make_unique<CVMABadgeHandler>("PORT", delegate_);
+    auto handler = std::make_unique<CVMABadgeHandler>("PORT", *delegate_);
     EXPECT_EQ(happened().back(), "log 2 <UI> MessagePort: failed to create server port");
     handler.reset();
     EXPECT_THAT(happened(), ElementsAre("log 6 <UI> Deinit of CVMABadgeHandler"));
 }
 
 TEST_F(BadgeHandler, HandsAPushToTheDelegateAndAnswersNothing) {
-    const CVMABadgeHandler handler("PORT", delegate_);
+    const CVMABadgeHandler handler("PORT", *delegate_);
     EXPECT_FALSE(deliver("PORT", CVMAMessageID::provideBadge, push("synced", "a b.txt")));
     EXPECT_FALSE(deliver("PORT", CVMAMessageID::provideBadge, push("none", "c.txt")));
     EXPECT_THAT(delegate_->taken, ElementsAre(std::pair("synced", "/Volumes/Corvid/a b.txt"),
@@ -66,7 +66,7 @@ TEST_F(BadgeHandler, HandsAPushToTheDelegateAndAnswersNothing) {
 }
 
 TEST_F(BadgeHandler, IgnoresEveryOtherMessageWithoutALogLine) {
-    const CVMABadgeHandler handler("PORT", delegate_);
+    const CVMABadgeHandler handler("PORT", *delegate_);
     happened();
     for (std::int32_t id = 1; id <= 12; ++id) {
         if (id != CVMAMessageID::provideBadge) {
@@ -79,7 +79,7 @@ TEST_F(BadgeHandler, IgnoresEveryOtherMessageWithoutALogLine) {
 }
 
 TEST_F(BadgeHandler, DropsWhatIsNoPushWithoutALogLine) {
-    const CVMABadgeHandler handler("PORT", delegate_);
+    const CVMABadgeHandler handler("PORT", *delegate_);
     reporting_.clear();
     const Value badge = Value::string("synced");
     const Value url = Value::url(item("a"));
@@ -111,8 +111,8 @@ TEST_F(BadgeHandler, DropsWhatIsNoPushWithoutALogLine) {
 
 TEST_F(BadgeHandler, TheLaterHandlersDelegateGetsThePushesOfBothPorts) {
     const auto later = std::make_shared<RecordingDelegate>();
-    const CVMABadgeHandler one("ONE", delegate_);
-    const CVMABadgeHandler two("TWO", later);
+    const CVMABadgeHandler one("ONE", *delegate_);
+    const CVMABadgeHandler two("TWO", *later);
     deliver("ONE", CVMAMessageID::provideBadge, push("synced", "a"));
     deliver("TWO", CVMAMessageID::provideBadge, push("error", "b"));
     EXPECT_THAT(delegate_->taken, IsEmpty());
@@ -120,17 +120,17 @@ TEST_F(BadgeHandler, TheLaterHandlersDelegateGetsThePushesOfBothPorts) {
 }
 
 TEST_F(BadgeHandler, WithoutADelegateEvenAnUnknownBadgeIsDropped) {
-    const CVMABadgeHandler handler("PORT", delegate_);
+    const CVMABadgeHandler handler("PORT", *delegate_);
     delegate_.reset();
     reporting_.clear();
-    EXPECT_EQ(CVMABadgeHandler::delegate(), nullptr);
+    EXPECT_EQ(CVMABadgeHandler::delegate().delegate(), nullptr);
     EXPECT_FALSE(deliver("PORT", CVMAMessageID::provideBadge, push("nonsense", "a")));
     EXPECT_THAT(reporting_.lines(), IsEmpty());
 }
 
 TEST_F(BadgeHandlerDeath, AnUnknownBadgeStopsTheProcess) {
     const Bytes message = archivedData(push("Synced", "a"));
-    CVMABadgeHandler::setDelegate(delegate_);
+    CVMABadgeHandler::setDelegate(*delegate_);
     EXPECT_DEATH(CVMABadgeHandler::processProvideBadgeMessage(message),
                  "fatal: the host application pushed an unknown badge");
 }
@@ -144,7 +144,7 @@ TEST_F(BadgeHandler, APushReachesTheControllerUntilItHasGone) {
                 ElementsAre("log 6 <UI> Set badge with id =error for url =/Volumes/Corvid/a.txt",
                             "setBadgeIdentifier error file:///Volumes/Corvid/a.txt"));
     controller.reset();
-    EXPECT_EQ(CVMABadgeHandler::delegate(), nullptr);
+    EXPECT_EQ(CVMABadgeHandler::delegate().delegate(), nullptr);
 }
 
 } // namespace

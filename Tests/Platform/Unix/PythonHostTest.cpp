@@ -89,7 +89,7 @@ protected:
 
 TEST_F(PythonHostTest, holdsTheWholeConversation) {
     const auto delegate = std::make_shared<Delegate>();
-    const CVMABadgeHandler handler(portId_, delegate);
+    const CVMABadgeHandler handler(portId_, *delegate);
     CVMAMessagePort::registerPort(portId_, true);
     EXPECT_EQ(host_->readLine(), "registered");
 
@@ -125,7 +125,7 @@ TEST_F(PythonHostTest, holdsTheWholeConversation) {
 TEST_F(PythonHostTest, findsTheExtensionsThatRunAlready) {
     host_.reset();
     const auto delegate = std::make_shared<Delegate>();
-    const CVMABadgeHandler handler(portId_, delegate);
+    const CVMABadgeHandler handler(portId_, *delegate);
     ChildProcess host({CORVID_PYTHON, CORVID_EXAMPLE_HOST, "/srv/volume"});
     ASSERT_EQ(host.readLine(), "ready");
     host.goOn("a b.txt=cloud");
@@ -134,7 +134,7 @@ TEST_F(PythonHostTest, findsTheExtensionsThatRunAlready) {
 
 TEST_F(PythonHostTest, keepsAnExtensionThatHangs) {
     const auto delegate = std::make_shared<Delegate>();
-    const CVMABadgeHandler handler(portId_, delegate);
+    const CVMABadgeHandler handler(portId_, *delegate);
     PortFolder folder(RuntimeFolder::ofThisUser());
     auto hung = folder.take(portId_ + "-HUNG");
     ASSERT_TRUE(hung);

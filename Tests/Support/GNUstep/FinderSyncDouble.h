@@ -5,6 +5,7 @@
 #include "Platform/Fake/CallLog.h"
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@
 - (std::vector<std::string>)calls;
 /// Records each call into `log`, too, until the next reset. Not owned.
 - (void)mirrorCallsTo:(corvid::CallLog*)log;
+/// Calls `block` whenever a badge was set on an item, on the thread that set it, until the next
+/// reset. Not while one may be set.
+- (void)afterEachBadgeCall:(std::function<void()>)block;
+/// Calls `block` when an extension's superclass is deallocated, until the next reset. Not while one
+/// may be.
+- (void)whenASuperclassEndsCall:(std::function<void()>)block;
 /// Returns when badges were set on at least `count` items.
 - (void)waitForBadges:(std::size_t)count;
 /// Forgets everything.

@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -18,6 +19,8 @@ struct Finder {
     std::vector<std::string> calls;
     corvid::CallLog* mirror = nullptr;
     std::size_t badges = 0;
+    std::function<void()> afterBadge;
+    std::function<void()> whenSuperclassEnds;
     Retained<NSSet> directoryURLs;
     Retained<NSURL> targetedURL;
     Retained<NSArray> selectedItemURLs;
@@ -36,9 +39,27 @@ void record(std::string call) {
     finder().calls.push_back(std::move(call));
 }
 
+// Without the lock, because it may call back.
+void call(std::function<void()> Finder::* member) {
+    std::function<void()> block;
+    {
+        const std::lock_guard lock(finder().mutex);
+        block = finder().*member;
+    }
+    if (block) {
+        block();
+    }
+}
+
 } // namespace
 
 @implementation FIFinderSync
+
+- (void)dealloc {
+    call(&Finder::whenSuperclassEnds);
+    [super dealloc];
+}
+
 @end
 
 @implementation FIFinderSyncController
@@ -72,9 +93,12 @@ void record(std::string call) {
 - (void)setBadgeIdentifier:(NSString*)badgeID forURL:(NSURL*)url {
     record("setBadgeIdentifier " + corvid::utf8String(badgeID) + " " +
            corvid::utf8String([url absoluteString]));
-    const std::lock_guard lock(finder().mutex);
-    ++finder().badges;
-    finder().badgeSet.notify_all();
+    {
+        const std::lock_guard lock(finder().mutex);
+        ++finder().badges;
+        finder().badgeSet.notify_all();
+    }
+    call(&Finder::afterBadge);
 }
 
 - (NSURL*)targetedURL {
@@ -107,6 +131,16 @@ void record(std::string call) {
     finder().mirror = log;
 }
 
+- (void)afterEachBadgeCall:(std::function<void()>)block {
+    const std::lock_guard lock(finder().mutex);
+    finder().afterBadge = std::move(block);
+}
+
+- (void)whenASuperclassEndsCall:(std::function<void()>)block {
+    const std::lock_guard lock(finder().mutex);
+    finder().whenSuperclassEnds = std::move(block);
+}
+
 - (void)waitForBadges:(std::size_t)count {
     std::unique_lock lock(finder().mutex);
     finder().badgeSet.wait(lock, [count] { return finder().badges >= count; });
@@ -117,6 +151,8 @@ void record(std::string call) {
     finder().calls.clear();
     finder().mirror = nullptr;
     finder().badges = 0;
+    finder().afterBadge = nullptr;
+    finder().whenSuperclassEnds = nullptr;
     finder().directoryURLs = {};
     finder().targetedURL = {};
     finder().selectedItemURLs = {};

@@ -24,7 +24,11 @@ struct CVMAFinderSyncState {
 }
 
 - (void)dealloc {
-    delete _state;
+    if (_state != nullptr) {
+        // Done before the superclass's end, also when this is called from within a push.
+        _state->controller->end();
+        delete _state;
+    }
 #if !__has_feature(objc_arc)
     [super dealloc];
 #endif

@@ -1,5 +1,7 @@
+#include "Extensions/Finder/CVMABadgeHandler.h"
 #include "Extensions/Finder/CVMAMessagePort.h"
 #include "Extensions/Finder/Mac/ExtensionProcess.h"
+#include "Tests/Extensions/Finder/BadgeSender.h"
 #include "Tests/Extensions/Finder/Mac/PortablePlayer.h"
 #include "Tests/Extensions/Finder/Mac/ShellPlayer.h"
 #include "Tests/Support/ChildProcess.h"
@@ -12,8 +14,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <initializer_list>
+#include <optional>
 #include <regex>
+#include <thread>
 
 namespace corvid {
 namespace {
@@ -35,14 +41,6 @@ struct Transcript {
     std::vector<std::string> extension; ///< log lines, calls to Finder, menus, in order
     std::vector<std::string> host;      ///< messages, in order
 };
-
-/// Returns when the queue of the pushes has let go of the controller, which else it may be that
-/// tears it down, later.
-void waitForPushes() {
-    std::promise<void> passed;
-    CVMAMessagePort::messagePortQueue().async([&passed] { passed.set_value(); });
-    passed.get_future().wait();
-}
 
 /// Plays the whole life of an extension, against a host process when `hasHost`.
 Transcript play(FinderPlayer& finder, CallLog& calls, bool hasHost) {
@@ -88,7 +86,6 @@ Transcript play(FinderPlayer& finder, CallLog& calls, bool hasHost) {
             badges += isSet ? 1 : 0;
             finder.waitForBadges(badges);
         }
-        waitForPushes();
     }
     finder.endObserving(folder);
     finder.endExtension();
@@ -187,6 +184,105 @@ TEST(ShellTest, ReleasesEveryObject) {
         EXPECT_GT(GSDebugAllocationTotal(objc_getClass(name)), 0) << name << " was not counted";
     }
     GSDebugAllocationActive(NO);
+}
+
+/// The end of an extension while a push is in work, told in order.
+class ShellEndTest : public testing::Test {
+protected:
+    ShellEndTest() {
+        wireExtensionProcess();
+        reporting_.emplace(&calls_);
+        shell_.emplace(calls_);
+        [finder() whenASuperclassEndsCall:[this] { calls_.add("the superclass ends"); }];
+        shell_->startExtension();
+        calls_.clear();
+    }
+
+    static ::FIFinderSyncController* finder() {
+        return [::FIFinderSyncController defaultController];
+    }
+    static bool isSlotEmpty() { return CVMABadgeHandler::delegate().delegate() == nullptr; }
+    /// One push on its queue; `hasEnded` becomes ready when it has been dealt with.
+    static void push(std::promise<void>& hasEnded) {
+        CVMAMessagePort::messagePortQueue().async([&hasEnded] {
+            @autoreleasepool {
+                CVMABadgeHandler::processProvideBadgeMessage(pushOf("synced", "a.txt"));
+            }
+            hasEnded.set_value();
+        });
+    }
+    std::vector<std::string> happened() {
+        std::vector<std::string> lines;
+        for (const std::string& line : calls_.lines()) {
+            lines.push_back(comparable(line));
+        }
+        return lines;
+    }
+
+    CallLog calls_;
+    std::optional<RecordingReportingService> reporting_;
+    std::optional<ShellPlayer> shell_;
+};
+
+const std::vector<std::string> kPush = {
+    "log 6 <UI> Set badge with id =synced for url =/Volumes/Corvid/a.txt",
+    "setBadgeIdentifier synced file:///Volumes/Corvid/a.txt"};
+const std::vector<std::string> kTeardown = {"log 5 <UI> MessagePort: Unregistering portId = "
+                                            "ZQ7X2KD4W9.group.corvid.desktop.widget.findesync-UUID",
+                                            "log 2 <UI> MessagePort: Unable to open server port",
+                                            "setDirectoryURLs []",
+                                            "log 6 <UI> Deinit of CVMAFinderSync port id= "
+                                            "ZQ7X2KD4W9.group.corvid.desktop.widget.findesync-UUID",
+                                            "log 5 <UI> MessagePort: invalidating server port",
+                                            "log 6 <UI> Deinit of CVMABadgeHandler",
+                                            "removeLoggingService",
+                                            "the superclass ends"};
+
+std::vector<std::string> joined(std::initializer_list<std::vector<std::string>> parts) {
+    std::vector<std::string> all;
+    for (const auto& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+TEST_F(ShellEndTest, ThePushInWorkEndsFirstAndTheSuperclassLast) {
+    std::promise<void> inWork;
+    std::promise<void> hasEnded;
+    std::atomic<bool> isFinderBack{false};
+    bool wasFinderBack = false;
+    [finder() afterEachBadgeCall:[&] {
+        inWork.set_value();
+        // Empty from the moment that Finder lets go, which is waiting for this push now.
+        while (!isSlotEmpty() && !isFinderBack) {
+            std::this_thread::yield();
+        }
+        wasFinderBack = isFinderBack;
+        calls_.add("the push goes on");
+    }];
+    push(hasEnded);
+    inWork.get_future().wait();
+    shell_->endExtension();
+    isFinderBack = true;
+    EXPECT_THAT(happened(), ElementsAreArray(joined({kPush, {"the push goes on"}, kTeardown})));
+    EXPECT_TRUE(isSlotEmpty());
+    hasEnded.get_future().wait();
+    EXPECT_FALSE(wasFinderBack);
+    EXPECT_EQ(happened().size(), kPush.size() + 1 + kTeardown.size());
+}
+
+TEST_F(ShellEndTest, ReleasedFromWithinAPushItIsTornDownThereAndTheSuperclassEndsLast) {
+    std::promise<void> hasEnded;
+    bool wasEmpty = false;
+    [finder() afterEachBadgeCall:[&] {
+        shell_->endExtension();
+        wasEmpty = isSlotEmpty();
+        calls_.add("the push goes on");
+    }];
+    push(hasEnded);
+    hasEnded.get_future().wait();
+    EXPECT_THAT(happened(), ElementsAreArray(joined({kPush, kTeardown, {"the push goes on"}})));
+    EXPECT_TRUE(wasEmpty);
 }
 
 TEST(ShellDeathTest, StopsWhenAMenuIsAskedForWithoutASelection) {
