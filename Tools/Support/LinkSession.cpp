@@ -2,8 +2,8 @@
 
 #include <poll.h>
 
-#include <algorithm>
 #include <array>
+#include <ctime>
 #include <filesystem>
 #include <limits>
 #include <system_error>
@@ -39,43 +39,44 @@ LinkSession::LinkSession(const Options& options)
              }),
       lossesToBear_(options.mayStart ? kFirstLosses : 0) {}
 
-void LinkSession::open(std::chrono::milliseconds timeout) {
+void LinkSession::open(const Deadline& deadline) {
     client_.open();
-    const bool isOpen = wait([this] { return !volume_.empty() && hasHostState_; }, timeout);
+    const bool isOpen = wait([this] { return !volume_.empty() && hasHostState_; }, deadline);
     lossesToBear_ = 0;
-    if (!isOpen) {
-        throw LinkError("The extension runs, but has not said what its volume is.");
+    if (isOpen) {
+        return;
     }
+    if (client_.isStarting()) {
+        throw LinkError("The extension was started, but has not said in time that it runs. Should "
+                        "it not come to run, end corvid-finder-ext.");
+    }
+    if (!client_.isUp() && !loss_.empty()) {
+        throw LinkError(loss_);
+    }
+    throw LinkError(client_.isUp()
+                        ? "The extension runs, but has not said in time what its volume is."
+                        : "The extension does not answer. Should that last, end corvid-finder-ext, "
+                          "and the next command starts another.");
 }
 
 void LinkSession::bearLoss() {
     lossesToBear_ = std::numeric_limits<unsigned>::max();
 }
 
-bool LinkSession::wait(const std::function<bool()>& isDone,
-                       std::optional<std::chrono::milliseconds> timeout, int otherFd) {
-    const auto deadline =
-        std::chrono::steady_clock::now() + timeout.value_or(std::chrono::milliseconds(0));
+bool LinkSession::wait(const std::function<bool()>& isDone, const std::optional<Deadline>& deadline,
+                       int otherFd) {
     while (!isDone()) {
         if (isRefused_ || (!loss_.empty() && lossesToBear_ == 0)) {
             throw LinkError(loss_);
         }
-        int left = -1;
-        if (timeout) {
-            left = static_cast<int>(
-                std::max<std::int64_t>(0, std::chrono::ceil<std::chrono::milliseconds>(
-                                              deadline - std::chrono::steady_clock::now())
-                                              .count()));
-        }
         std::array<pollfd, 2> fds{{{client_.fd(), POLLIN, 0}, {otherFd, POLLIN, 0}}};
-        const int count = ::poll(fds.data(), fds.size(), left);
-        if (count == 0) {
-            return isDone();
-        }
+        const std::timespec left = deadline ? deadline->timespecLeft() : std::timespec{};
+        const bool isLast = deadline && left.tv_sec == 0 && left.tv_nsec == 0;
+        const int count = ::ppoll(fds.data(), fds.size(), deadline ? &left : nullptr, nullptr);
         if (fds[0].revents != 0) {
             client_.dispatch();
         }
-        if (count > 0 && fds[1].revents != 0) {
+        if (isLast || (count > 0 && fds[1].revents != 0)) {
             return isDone();
         }
     }
@@ -83,7 +84,7 @@ bool LinkSession::wait(const std::function<bool()>& isDone,
 }
 
 MenuReply LinkSession::menu(const std::string& folder, std::vector<SelectedItem> selection,
-                            std::uint8_t kind, std::chrono::milliseconds timeout) {
+                            std::uint8_t kind, const Deadline& deadline) {
     menu_.reset();
     MenuRequest request;
     request.request = client_.nextRequest();
@@ -93,39 +94,38 @@ MenuReply LinkSession::menu(const std::string& folder, std::vector<SelectedItem>
     if (!client_.send(request)) {
         throw LinkError("The selection is more than the link carries: choose fewer items.");
     }
-    if (!wait([&] { return menu_ && menu_->request == request.request; }, timeout)) {
+    if (!wait([&] { return menu_ && menu_->request == request.request; }, deadline)) {
         throw LinkError("The extension did not answer with a menu in time.");
     }
     return *std::exchange(menu_, std::nullopt);
 }
 
-ClickOutcome LinkSession::click(std::uint32_t menu, std::uint32_t item,
-                                std::chrono::milliseconds timeout) {
+ClickOutcome LinkSession::click(std::uint32_t menu, std::uint32_t item, const Deadline& deadline) {
     click_.reset();
     const std::uint32_t request = client_.nextRequest();
     client_.send(Click{request, menu, item});
-    if (!wait([&] { return click_ && click_->request == request; }, timeout)) {
+    if (!wait([&] { return click_ && click_->request == request; }, deadline)) {
         throw LinkError("The extension did not answer to the click in time.");
     }
     return click_->outcome;
 }
 
-StatusReply LinkSession::status(std::chrono::milliseconds timeout) {
+StatusReply LinkSession::status(const Deadline& deadline) {
     status_.reset();
     const std::uint32_t request = client_.nextRequest();
     client_.send(StatusRequest{request});
-    if (!wait([&] { return status_ && status_->request == request; }, timeout)) {
+    if (!wait([&] { return status_ && status_->request == request; }, deadline)) {
         throw LinkError("The extension did not say how it is in time.");
     }
     return *std::exchange(status_, std::nullopt);
 }
 
-std::chrono::microseconds LinkSession::ping(std::chrono::milliseconds timeout) {
+std::chrono::microseconds LinkSession::ping(const Deadline& deadline) {
     pong_.reset();
     const std::uint32_t request = client_.nextRequest();
     const auto start = std::chrono::steady_clock::now();
     client_.send(Ping{request});
-    if (!wait([&] { return pong_ && pong_->request == request; }, timeout)) {
+    if (!wait([&] { return pong_ && pong_->request == request; }, deadline)) {
         throw LinkError("The extension did not answer in time.");
     }
     return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -

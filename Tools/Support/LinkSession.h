@@ -2,6 +2,7 @@
 
 #include "Extensions/FileManagers/Link/BadgeCache.h"
 #include "Extensions/FileManagers/Link/LinkClient.h"
+#include "Platform/Unix/Deadline.h"
 
 #include <chrono>
 #include <functional>
@@ -20,7 +21,8 @@ public:
 };
 
 /// A front end for a terminal: the Finder link of a program that has nothing to do meanwhile, so
-/// each operation waits for its answer, for a given time. One thread.
+/// each operation waits for its answer until a given moment, and no longer, whatever the extension
+/// does. One thread.
 class LinkSession : private link::LinkClient::Delegate {
 public:
     struct Options {
@@ -32,7 +34,7 @@ public:
     explicit LinkSession(const Options& options);
 
     /// Connects and waits until the extension has said what its volume is. Throws LinkError.
-    void open(std::chrono::milliseconds timeout);
+    void open(const Deadline& deadline);
 
     const std::string& volume() const { return volume_; }
     link::HostState hostState() const { return hostState_; }
@@ -42,17 +44,17 @@ public:
 
     /// The menu of a selection in `folder`. Throws LinkError when no answer comes.
     link::MenuReply menu(const std::string& folder, std::vector<link::SelectedItem> selection,
-                         std::uint8_t kind, std::chrono::milliseconds timeout);
-    link::ClickOutcome click(std::uint32_t menu, std::uint32_t item,
-                             std::chrono::milliseconds timeout);
-    link::StatusReply status(std::chrono::milliseconds timeout);
+                         std::uint8_t kind, const Deadline& deadline);
+    link::ClickOutcome click(std::uint32_t menu, std::uint32_t item, const Deadline& deadline);
+    link::StatusReply status(const Deadline& deadline);
     /// The time from a question over the link to its answer.
-    std::chrono::microseconds ping(std::chrono::milliseconds timeout);
+    std::chrono::microseconds ping(const Deadline& deadline);
 
-    /// Handles what comes until `isDone()` holds, or `timeout` (nothing: without end) has passed.
-    /// Whether it held. `otherFd`, unless -1, ends the wait as well when it is readable. Throws
-    /// LinkError when the connection is lost while waiting, unless that is borne.
-    bool wait(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> timeout,
+    /// Handles what comes until `isDone()` holds, or `deadline` (nothing: without end) has passed,
+    /// also while things keep coming. Whether it held. `otherFd`, unless -1, ends the wait as well
+    /// when it is readable. Throws LinkError when the connection is lost while waiting, unless that
+    /// is borne.
+    bool wait(const std::function<bool()>& isDone, const std::optional<Deadline>& deadline,
               int otherFd = -1);
 
     /// From now on a lost connection is had again, instead of ending the session.

@@ -46,8 +46,9 @@ MenuOnItems::Found findOne(const MenuOnItems& menu, const std::string& title) {
 }
 
 void click(const DoOptions& options) {
-    const auto session = openSession(options.link);
-    const MenuOnItems menu(*session, options.paths, options.isBackground, options.link);
+    const Deadline deadline(options.link.timeout());
+    const auto session = openSession(options.link, deadline);
+    const MenuOnItems menu(*session, options.paths, options.isBackground, deadline);
     const MenuOnItems::Found item = findOne(menu, options.title);
     const std::string quoted = "\"" + printableText(item.title) + "\"";
     if (item.entry->hasSubmenu) {
@@ -55,7 +56,7 @@ void click(const DoOptions& options) {
     }
     ClickOutcome outcome{};
     try {
-        outcome = session->click(menu.reply().menu, item.number, options.link.timeout());
+        outcome = session->click(menu.reply().menu, item.number, deadline);
     } catch (const LinkError& error) {
         fail(error.what());
     }

@@ -28,12 +28,12 @@ void addLinkOptions(const Command& command, LinkOptions& options) {
                       {.range = ValueRange{0, 3600}, .showsDefault = true});
 }
 
-std::unique_ptr<LinkSession> openSession(const LinkOptions& options) {
+std::unique_ptr<LinkSession> openSession(const LinkOptions& options, const Deadline& deadline) {
     LinkSession::Options sessionOptions;
     sessionOptions.mayStart = !options.mayNotStart;
     auto session = std::make_unique<LinkSession>(sessionOptions);
     try {
-        session->open(options.timeout());
+        session->open(deadline);
     } catch (const LinkError& error) {
         fail(error.what());
     }

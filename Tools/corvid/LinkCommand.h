@@ -27,8 +27,8 @@ struct LinkOptions {
 /// Adds --no-start, --json and --timeout to `command`.
 void addLinkOptions(const Command& command, LinkOptions& options);
 
-/// A connected session. Fails as fail() does.
-std::unique_ptr<LinkSession> openSession(const LinkOptions& options);
+/// A connected session. Fails as fail() does, by `deadline` at the latest.
+std::unique_ptr<LinkSession> openSession(const LinkOptions& options, const Deadline& deadline);
 
 /// What to say to a person about a host that does not answer; empty when it does.
 std::string hostAdvice(const LinkSession& session);

@@ -22,7 +22,7 @@ struct LsOptions {
 };
 
 void list(const LsOptions& options) {
-    const auto session = openSession(options.link);
+    const auto session = openSession(options.link, Deadline(options.link.timeout()));
     std::string path = options.path;
     if (path.empty()) {
         path = pathOnVolume(".", session->volume()) ? "." : session->volume();
@@ -47,7 +47,7 @@ void list(const LsOptions& options) {
         std::size_t unanswered = 0;
         do {
             unanswered = badges.unanswered();
-        } while (!session->wait(isDone, options.link.timeout()) &&
+        } while (!session->wait(isDone, Deadline(options.link.timeout())) &&
                  badges.unanswered() != unanswered);
     } catch (const LinkError& error) {
         fail(error.what());

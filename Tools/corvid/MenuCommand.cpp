@@ -15,8 +15,9 @@ struct MenuOptions {
 };
 
 void showMenu(const MenuOptions& options) {
-    const auto session = openSession(options.link);
-    const MenuOnItems menu(*session, options.paths, options.isBackground, options.link);
+    const Deadline deadline(options.link.timeout());
+    const auto session = openSession(options.link, deadline);
+    const MenuOnItems menu(*session, options.paths, options.isBackground, deadline);
     if (options.link.isJSON) {
         printJSON(menu.json(), 2);
         return;

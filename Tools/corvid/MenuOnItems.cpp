@@ -78,7 +78,7 @@ void addAll(std::vector<MenuOnItems::Found>& found, const std::vector<MenuEntry>
 } // namespace
 
 MenuOnItems::MenuOnItems(LinkSession& session, const std::vector<std::string>& paths,
-                         bool isBackground, const LinkOptions& options) {
+                         bool isBackground, const Deadline& deadline) {
     std::vector<SelectedItem> selection;
     selection.reserve(paths.size());
     for (const std::string& path : paths) {
@@ -93,8 +93,8 @@ MenuOnItems::MenuOnItems(LinkSession& session, const std::vector<std::string>& p
     const FIMenuKind kind =
         isBackground ? FIMenuKind::contextualMenuForContainer : FIMenuKind::contextualMenuForItems;
     try {
-        reply_ = session.menu(folder, std::move(selection), static_cast<std::uint8_t>(kind),
-                              options.timeout());
+        reply_ =
+            session.menu(folder, std::move(selection), static_cast<std::uint8_t>(kind), deadline);
     } catch (const LinkError& error) {
         fail(error.what());
     }

@@ -12,9 +12,10 @@ namespace corvid {
 class MenuOnItems {
 public:
     /// Asks the host for the menu of `paths`, as a user typed them. With `isBackground`, or for
-    /// the volume itself, the one path's own menu. Fails as fail() does.
+    /// the volume itself, the one path's own menu. Fails as fail() does, by `deadline` at the
+    /// latest.
     MenuOnItems(LinkSession& session, const std::vector<std::string>& paths, bool isBackground,
-                const LinkOptions& options);
+                const Deadline& deadline);
 
     const link::MenuReply& reply() const { return reply_; }
 

@@ -77,12 +77,13 @@ void print(const StatusReply& status, std::chrono::microseconds link, const std:
 }
 
 void showStatus(const LinkOptions& options) {
-    const auto session = openSession(options);
+    const Deadline deadline(options.timeout());
+    const auto session = openSession(options, deadline);
     StatusReply status;
     std::chrono::microseconds link{0};
     try {
-        link = session->ping(options.timeout());
-        status = session->status(options.timeout());
+        link = session->ping(deadline);
+        status = session->status(deadline);
     } catch (const LinkError& error) {
         fail(error.what());
     }

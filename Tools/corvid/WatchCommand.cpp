@@ -44,7 +44,7 @@ public:
                 printState();
             }
         };
-        session_.wait([this] { return isAnswered(); }, options_.link.timeout());
+        session_.wait([this] { return isAnswered(); }, Deadline(options_.link.timeout()));
         if (options_.link.isJSON) {
             printJSON({{"event", "listed"},
                        {"folder", listing_->folder()},
@@ -202,7 +202,7 @@ void addWatchCommand(const Command& program) {
     command.addFlag("-a,--all", options->showsAll, "Show items whose name begins with a dot");
     addLinkOptions(command, options->link);
     command.onRun([options] {
-        const auto session = openSession(options->link);
+        const auto session = openSession(options->link, Deadline(options->link.timeout()));
         try {
             Watch(*options, *session).run();
         } catch (const LinkError& error) {

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <string>
 #include <utility>
 
 namespace corvid::link {
@@ -59,8 +61,15 @@ void LinkClient::connect() {
         options_.runtimeFolder.open(RuntimeFolder::IfMissing::fail);
     OwnedFd socket = folder.fd ? connectIn(folder.fd.get()) : OwnedFd();
     if (!socket) {
-        if (folder.fd && errno == EPERM) {
+        const int error = folder.fd ? errno : ENOENT;
+        if (error == EPERM) {
             lose("The extension that answers belongs to another user.");
+        } else if (error == EAGAIN) {
+            lose("The extension takes no more connections, so it probably hangs. End "
+                 "corvid-finder-ext, and another one is started.");
+        } else if (error != ENOENT && error != ECONNREFUSED) {
+            lose(std::string("No connection to the extension can be made: ") +
+                 std::strerror(error) + ".");
         } else if (mayStart_ && !options_.extension.empty()) {
             startExtension();
         } else {
@@ -79,6 +88,16 @@ void LinkClient::connect() {
 
 void LinkClient::startExtension() {
     mayStart_ = false;
+    if (starter_) {
+        if (starter_->poll() != ExtensionStarter::State::ready) {
+            starter_->end();
+        }
+        if (!starter_->isOver()) {
+            // There is one at a time, or they would add up where the kernel lets none of them end.
+            lose(options_.extension + " was started earlier, does not answer, and has not ended.");
+            return;
+        }
+    }
     std::string problem;
     starter_ = ExtensionStarter::start(options_.extension, options_.extensionArguments, problem);
     if (!starter_) {
@@ -86,24 +105,34 @@ void LinkClient::startExtension() {
         return;
     }
     state_ = State::starting;
+    startTimer(options_.startPatience);
     await(starter_->fd(), EPOLLIN, true);
 }
 
 void LinkClient::pollStarter() {
-    switch (starter_->poll()) {
-    case ExtensionStarter::State::starting:
-        break;
-    case ExtensionStarter::State::ready:
+    const ExtensionStarter::State result = starter_->poll();
+    const std::string problem = starter_->problem();
+    if (result == ExtensionStarter::State::failed) {
+        starter_->end();
+    }
+    if (starter_->isOver()) {
         starter_.reset();
+    }
+    // One that was given up may still come to run; nobody is told a second time that it failed.
+    if (result == ExtensionStarter::State::ready &&
+        (state_ == State::starting || state_ == State::waiting)) {
         connect();
-        break;
-    case ExtensionStarter::State::failed: {
-        const std::string problem = starter_->problem();
-        starter_.reset();
+    } else if (result == ExtensionStarter::State::failed && state_ == State::starting) {
         lose(problem);
-        break;
     }
-    }
+}
+
+void LinkClient::giveUpStart() {
+    starter_->end();
+    lose(options_.extension + " was started, but has not said within " +
+         std::to_string(
+             std::chrono::duration_cast<std::chrono::seconds>(options_.startPatience).count()) +
+         " s that it runs. It was ended, and is started again later.");
 }
 
 void LinkClient::dispatch() {
@@ -120,6 +149,8 @@ void LinkClient::dispatch() {
             if (state_ == State::waiting) {
                 mayStart_ = true;
                 connect();
+            } else if (state_ == State::starting) {
+                giveUpStart();
             }
         } else if (fd == folderEvents_.get()) {
             readFolderEvents();

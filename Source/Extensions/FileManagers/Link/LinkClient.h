@@ -45,7 +45,11 @@ public:
         RuntimeFolder runtimeFolder = RuntimeFolder::ofThisUser();
         /// Until it is tried anew to connect; each further time twice as long, 30 s at most.
         std::chrono::milliseconds firstPause{100};
+        /// How long the program may take to say that it runs, or why not; then it is ended, and
+        /// that is a loss like any other. A start takes milliseconds.
+        std::chrono::milliseconds startPatience = kStartPatience;
     };
+    static constexpr std::chrono::seconds kStartPatience{20};
 
     /// Nothing happens before open(). `delegate` must outlive this.
     LinkClient(Delegate& delegate, Options options);
@@ -61,6 +65,8 @@ public:
     void wake();
 
     bool isUp() const { return state_ == State::up; }
+    /// The extension was started and has not said yet that it runs.
+    bool isStarting() const { return state_ == State::starting; }
     /// A number for a request whose answer shall be known by it; never 0.
     std::uint32_t nextRequest();
     /// Sends `message`. False when the link is not up, the message exceeds a bound, or the
@@ -74,6 +80,7 @@ private:
     void connect();
     void startExtension();
     void pollStarter();
+    void giveUpStart();
     void receive();
     void handle(Message message);
     void lose(const std::string& reason);
@@ -93,7 +100,7 @@ private:
     bool mayStart_ = true; ///< the extension has not been started since the link was last lost
     bool awaitsRoom_ = false;
     std::optional<LinkChannel> channel_;
-    std::optional<ExtensionStarter> starter_;
+    std::optional<ExtensionStarter> starter_; ///< until nothing is left of the start
     std::chrono::milliseconds pause_;
     std::chrono::steady_clock::time_point upSince_;
     std::uint32_t lastRequest_ = 0;

@@ -319,6 +319,7 @@ TEST_F(LinkTest, SkipsFramesThatItDoesNotKnow) {
 
 TEST_F(LinkTest, SaysWhyTheExtensionCannotBeStarted) {
     FrontEnd frontEnd(folder_, kOldestVersion, kNewestVersion, "/nowhere/corvid-finder-ext");
+    frontEnd.until([&] { return !frontEnd.loss.empty(); });
     EXPECT_THAT(frontEnd.loss, HasSubstr("/nowhere/corvid-finder-ext could not be started"));
     FrontEnd silent(folder_, kOldestVersion, kNewestVersion, "/bin/true");
     silent.until([&] { return !silent.loss.empty(); });
