@@ -3,6 +3,7 @@
 
 #include "App/Logging/CVMALogFileManager.h"
 #include "App/Reporting/AppReportingService.h"
+#include "App/Reporting/CVDDFileLogger.h"
 #include "App/Reporting/CVDDLog.h"
 #include "App/Reporting/LogSafety.h"
 #include "Core/Base/PrintableText.h"
@@ -11,6 +12,7 @@
 #include "Extensions/Finder/CVMAFinderSync.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
 #include "Platform/Interfaces/Platform.h"
+#include "Platform/Unix/ExitDeadline.h"
 #include "Platform/Unix/FatalSignals.h"
 #include "Platform/Unix/PortFolder.h"
 #include "Platform/Unix/PortWatcher.h"
@@ -46,6 +48,7 @@ std::atomic<link::LinkServer*> serverToStop{nullptr};
 std::atomic<bool> isToStop{false};
 
 void stopServer(int /*signal*/) {
+    ExitDeadline::arm(EXIT_SUCCESS);
     isToStop = true;
     if (link::LinkServer* server = serverToStop) {
         server->stop();
@@ -157,28 +160,40 @@ std::variant<VolumeChoice, std::string> findVolume(const std::optional<std::stri
     return choice;
 }
 
+std::shared_ptr<CVMAFinderSync> createController() {
+    auto controller = CVMAFinderSync::create();
+    if (const std::string problem = CVDDLog::problem(); !problem.empty()) {
+        std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
+    }
+    return controller;
+}
+
 int failed(StartReport& report, const std::string& problem) {
     report.failed(problem);
     return EXIT_FAILURE;
 }
 
 int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
-    UnixProcessInfo processInfo;
-    UnixFileManager fileManager;
-    UnixClock clock;
+    // Never destroyed, like the list of them: a thread of the logs that hangs on a disk may go on
+    // when all else is gone.
+    static auto& processInfo = *new UnixProcessInfo;
+    static auto& fileManager = *new UnixFileManager;
+    static auto& clock = *new UnixClock;
     UnixBundle bundle{std::string(kFinderExtBundleIdentifier)};
     UnixDispatch dispatch;
     UnixMessagePortService ports;
     UnixSystemLog systemLog;
     link::SendMonitor monitor(ports, clock);
-    const Platform platform{processInfo, fileManager, clock,     bundle,
-                            dispatch,    monitor,     systemLog, nullptr};
+    static const auto& platform = *new Platform{processInfo, fileManager, clock,     bundle,
+                                                dispatch,    monitor,     systemLog, nullptr};
     setPlatform(&platform);
     AppReportingService reporting;
     AppReportingService::setSharedReportingService(&reporting);
+    ExitDeadline::install();
     handleSignals();
     const LogSafety logSafety;
-    installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler);
+    installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler,
+                              {ExitDeadline::armForSignal, ExitDeadline::letGo});
 
     const RuntimeFolder folder = RuntimeFolder::ofThisUser();
     const auto choice = findVolume(volumeArgument, folder);
@@ -226,12 +241,13 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
     {
         const HostFollower host(folder, server, *published.publication, isVolumeFixed);
         server.setHostProcess([&host] { return host.process(); });
-        server.finder().start([] { return CVMAFinderSync::create(); });
+        server.finder().start(createController);
         report.ready();
         std::printf("Serving the volume %s.\n", printableText(volume.localFolder()).c_str());
         std::fflush(stdout);
         server.run();
     }
+    ExitDeadline::arm(EXIT_SUCCESS);
     // From here on front ends find nobody, and the extension is taken down in its order.
     ::unlinkat(opened.fd.get(), link::kSocketName, 0);
     server.finder().stop();
@@ -271,5 +287,11 @@ int main(int argc, char** argv) {
             throw CommandFailure{status};
         }
     });
-    return commandLine.run(argc, argv);
+    const int status = commandLine.run(argc, argv);
+    if (CVDDFileLogger::isThreadLeftBehind()) {
+        // Nobody shall wait for a process that the kernel cannot end.
+        std::fflush(nullptr);
+        ExitDeadline::letGo();
+    }
+    return status;
 }

@@ -6,6 +6,7 @@
 #include "Platform/Unix/UnixFileManager.h"
 #include "Platform/Unix/VolumeFile.h"
 #include "Support/LogFiles.h"
+#include "Support/LinkSession.h"
 #include "Support/LogFollower.h"
 #include "Support/RedactionKey.h"
 #include "Support/TarGzWriter.h"
@@ -107,7 +108,28 @@ void printTable(const std::vector<LogFileInfo>& files) {
     }
 }
 
+/// How long the extension may take to say how its log is.
+constexpr std::chrono::milliseconds kStatusTimeout{1000};
+
+/// Says on standard error what keeps the extension that runs from writing its log. Before the disk
+/// is looked at: if it hangs, this command will hang as well.
+void sayLogProblem() {
+    LinkSession::Options options;
+    options.mayStart = false;
+    LinkSession session(options);
+    try {
+        session.open(kStatusTimeout);
+        if (const std::string problem = session.status(kStatusTimeout).logProblem;
+            !problem.empty()) {
+            std::fprintf(stderr, "corvid: %s\n", printableText(problem).c_str());
+        }
+    } catch (const LinkError&) {
+        // No extension runs, or it does not answer: "corvid status" is for that.
+    }
+}
+
 void list(const LogsOptions& options) {
+    sayLogProblem();
     const std::string folder = requiredLogsFolder();
     const std::vector<LogFileInfo> files = logFilesIn(folder);
     if (options.json) {
@@ -127,6 +149,7 @@ void list(const LogsOptions& options) {
 }
 
 void tail(const LogsOptions& options) {
+    sayLogProblem();
     const std::string folder = requiredLogsFolder();
     if (const auto failure = UnixFileManager().createDirectoryAtPath(folder)) {
         throw std::runtime_error("cannot make the logs folder " + *failure);
@@ -222,6 +245,7 @@ std::string contentsOf(const LogFileInfo& file, const LogRedactor* redactor) {
 }
 
 void bundle(const LogsOptions& options) {
+    sayLogProblem();
     const auto now = std::chrono::system_clock::now();
     const std::string folder = requiredLogsFolder();
     const std::vector<LogFileInfo> files = logFilesIn(folder);

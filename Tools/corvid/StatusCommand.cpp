@@ -71,6 +71,9 @@ void print(const StatusReply& status, std::chrono::microseconds link, const std:
                             : printableText(status.lastFailure) + " (" +
                                   duration(static_cast<double>(status.sinceLastFailure.count())) +
                                   " ago)");
+    if (!status.logProblem.empty()) {
+        row("Log", printableText(status.logProblem));
+    }
     if (!advice.empty()) {
         row("To do", advice);
     }
@@ -101,6 +104,7 @@ void showStatus(const LinkOptions& options) {
             {"linkRoundTripUs", link.count()},
             {"hostRoundTripUs", nullptr},
             {"lastFailure", nullptr},
+            {"logProblem", status.logProblem},
             {"remedy", advice}};
         if (status.hostPid != 0) {
             object["host"]["pid"] = status.hostPid;

@@ -3,6 +3,8 @@
 #include "App/Reporting/CVDDFileLogger.h"
 #include "App/Reporting/CVDDLog.h"
 #include "App/Reporting/CVFileSystemHelper.h"
+#include "App/Reporting/CallWithin.h"
+#include "App/Reporting/LogTrouble.h"
 #include "Core/Base/Fatal.h"
 #include "Platform/Interfaces/Platform.h"
 
@@ -11,6 +13,8 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <optional>
 #include <utility>
 
 namespace corvid {
@@ -46,7 +50,10 @@ std::uint64_t environmentNumber(std::string_view variable, std::uint64_t largest
 
 } // namespace
 
-CVMALogFileManager::CVMALogFileManager() : CVDDLogFileManagerDefault(corvidLogsDir()) {}
+CVMALogFileManager::CVMALogFileManager() : CVMALogFileManager(settledLogsDirectory()) {}
+
+CVMALogFileManager::CVMALogFileManager(LogsDirectory directory)
+    : CVDDLogFileManagerDefault(std::move(directory.path), std::move(directory.problem)) {}
 
 std::shared_ptr<CVMALogFileManager> CVMALogFileManager::withBaseName(std::string baseName) {
     auto manager = std::make_shared<CVMALogFileManager>();
@@ -61,6 +68,10 @@ std::shared_ptr<CVMALogFileManager> CVMALogFileManager::withLogsDirectory(std::s
 }
 
 std::string CVMALogFileManager::corvidLogsDir() {
+    return settledLogsDirectory().path;
+}
+
+CVMALogFileManager::LogsDirectory CVMALogFileManager::settledLogsDirectory() {
     const Platform& system = platform();
     const std::optional<std::string> bundleIdentifier = system.mainBundle.bundleIdentifier();
     const std::optional<std::string> library = CVFileSystemHelper::applicationLibraryDirectory();
@@ -71,15 +82,19 @@ std::string CVMALogFileManager::corvidLogsDir() {
         fatal("the main bundle has no identifier to name the logs folder by");
     }
     std::string path = *library + "/Logs/" + *bundleIdentifier;
-    const FileManager::Existence existence = system.fileManager.fileExistsAtPath(path);
-    if (existence.exists && existence.isDirectory) {
-        return path;
-    }
-    if (const auto failure = system.fileManager.createDirectoryAtPath(path)) {
+    // Nothing that goes on after the time is up refers to this function's variables.
+    const std::function<std::optional<std::string>()> settle =
+        [&files = system.fileManager, path]() -> std::optional<std::string> {
+        const FileManager::Existence existence = files.fileExistsAtPath(path);
+        return existence.exists && existence.isDirectory ? std::nullopt
+                                                         : files.createDirectoryAtPath(path);
+    };
+    const auto failure = callWithin(kDirectoryWait, settle).value_or(std::nullopt);
+    if (failure) {
         system.systemLog.log("Unable to create directory " + *failure);
-        return "";
+        return {"", textForMissingFolder(path, *failure)};
     }
-    return path;
+    return {path, ""};
 }
 
 std::optional<std::string> CVMALogFileManager::newLogFileName() const {

@@ -3,6 +3,7 @@
 #include "App/Logging/LogFlags.h"
 #include "App/Reporting/CVDDLogFileManagerDefault.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,11 @@ public:
 
     /// A manager without a base name and without a file logger.
     CVMALogFileManager();
+
+    /// How long the folder is waited for when it is looked up and made. A disk that takes longer
+    /// must not hold up the start of the extension: the folder is then taken to be there, and the
+    /// file logger makes it, should it not be, when the disk answers.
+    static constexpr std::chrono::milliseconds kDirectoryWait{500};
 
     /// Not available: the logs directory is never chosen by a caller. Fatal.
     [[noreturn]] static std::shared_ptr<CVMALogFileManager>
@@ -56,6 +62,13 @@ protected:
     bool mayDelete(std::string_view name) const override;
 
 private:
+    struct LogsDirectory {
+        std::string path;    ///< empty when it cannot be made
+        std::string problem; ///< then why not
+    };
+    static LogsDirectory settledLogsDirectory();
+    explicit CVMALogFileManager(LogsDirectory directory);
+
     static void configureLogManager(const std::shared_ptr<CVMALogFileManager>& manager);
 
     const LogFlags LOG_VERBOSITY{LogFlags::error, LogFlags::warn, LogFlags::info, LogFlags::debug,

@@ -76,6 +76,15 @@ void CVDDLog::flushLog() {
     }
 }
 
+std::string CVDDLog::problem() {
+    for (const Registration& registration : *currentRegistrations()) {
+        if (std::string problem = registration.logger->problem(); !problem.empty()) {
+            return problem;
+        }
+    }
+    return {};
+}
+
 void CVDDLog::writeQueuedInSignalHandler() noexcept {
     for (std::atomic<CVDDLogger*>& slot : signalSlots) {
         // Taken out, so that a second signal does not write the same lines again.

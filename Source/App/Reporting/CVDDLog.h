@@ -3,6 +3,7 @@
 #include "App/Reporting/CVDDLogger.h"
 
 #include <memory>
+#include <string>
 
 namespace corvid {
 
@@ -21,6 +22,9 @@ public:
 
     /// Flushes every logger.
     static void flushLog();
+
+    /// What keeps the loggers from writing, see CVDDLogger; that of the first that has a problem.
+    static std::string problem();
 
     /// For the handler of a fatal signal, see CVDDLogger. Takes no lock.
     static void writeQueuedInSignalHandler() noexcept;

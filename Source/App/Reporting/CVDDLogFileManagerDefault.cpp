@@ -22,8 +22,8 @@ std::string withNumber(const std::string& name, std::uint64_t number) {
 
 } // namespace
 
-CVDDLogFileManagerDefault::CVDDLogFileManagerDefault(std::string logsDirectory)
-    : logsDirectory_(std::move(logsDirectory)) {}
+CVDDLogFileManagerDefault::CVDDLogFileManagerDefault(std::string logsDirectory, std::string problem)
+    : logsDirectory_(std::move(logsDirectory)), directoryProblem_(std::move(problem)) {}
 
 std::string CVDDLogFileManagerDefault::pathOf(std::string_view name) const {
     return logsDirectory_ + "/" + std::string(name);

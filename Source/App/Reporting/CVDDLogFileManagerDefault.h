@@ -23,6 +23,9 @@ public:
     /// The folder of the log files; empty when there is none, and then nothing is ever written.
     const std::string& logsDirectory() const { return logsDirectory_; }
 
+    /// When there is no folder: why not, as a sentence for people with the remedy; may be empty.
+    const std::string& directoryProblem() const { return directoryProblem_; }
+
     /// How many files are kept, the current one included; 0 for no limit. To be set before a
     /// logger uses the manager.
     void setMaximumNumberOfLogFiles(std::uint64_t count) { maximumNumberOfLogFiles_ = count; }
@@ -44,8 +47,9 @@ public:
     LogFile createNewLogFile(std::error_code& error);
 
 protected:
-    /// Keeps its files in `logsDirectory`, an absolute path, or nowhere when that is empty.
-    explicit CVDDLogFileManagerDefault(std::string logsDirectory);
+    /// Keeps its files in `logsDirectory`, an absolute path, or nowhere when that is empty, for the
+    /// reason `problem`.
+    explicit CVDDLogFileManagerDefault(std::string logsDirectory, std::string problem = {});
 
     /// Whether a log file may be deleted to make room: never one of another manager, whose name
     /// may begin alike. Any thread.
@@ -56,6 +60,7 @@ private:
     std::error_code deleteOldLogFiles();
 
     const std::string logsDirectory_;
+    const std::string directoryProblem_;
     std::uint64_t maximumNumberOfLogFiles_ = 0;
     std::string lastName_;
     std::uint64_t uses_ = 0; ///< of lastName_, with or without a number

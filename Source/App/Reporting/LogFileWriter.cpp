@@ -56,6 +56,22 @@ std::size_t LogFileWriter::writeSome(std::string_view lines) {
     return lines.size();
 }
 
+void LogFileWriter::countLost(std::uint64_t lines, const std::error_code& reason) {
+    lostLines_ += lines;
+    lossReason_ = reason;
+}
+
+void LogFileWriter::retry() {
+    const std::string notice = noticeOfLoss();
+    if (prepareFileFor(notice.size()) && append(notice) == notice.size()) {
+        lostLines_ = 0;
+    }
+}
+
+std::error_code LogFileWriter::trouble() const {
+    return lostLines_ > 0 || current_.file == nullptr ? lossReason_ : std::error_code();
+}
+
 bool LogFileWriter::hasRoomFor(std::size_t bytes) const {
     return maximumFileSize_ == 0 || size_ == 0 || size_ + bytes <= maximumFileSize_;
 }

@@ -42,6 +42,18 @@ public:
     /// the bytes taken, at least one line's; taken means written or counted as lost.
     std::size_t writeSome(std::string_view lines);
 
+    /// Counts lines that were lost before they came here, for `reason`.
+    void countLost(std::uint64_t lines, const std::error_code& reason);
+
+    /// Tries again, without a line at hand, what went wrong the last time; what is lost is then
+    /// said in the file.
+    void retry();
+
+    /// Why the last lines were lost, or why there is no file; none when all is well. And how many
+    /// lines are lost that no file tells of yet.
+    std::error_code trouble() const;
+    std::uint64_t lostLines() const { return lostLines_; }
+
     /// Appends to the current file, if there is one, whatever its size.
     void writeInSignalHandler(std::string_view lines) noexcept;
 

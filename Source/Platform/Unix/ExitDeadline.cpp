@@ -1,5 +1,6 @@
 #include "Platform/Unix/ExitDeadline.h"
 
+#include "Core/Base/Fatal.h"
 #include "Platform/Unix/OwnedFd.h"
 
 #include <algorithm>
@@ -249,6 +250,7 @@ void ExitDeadline::install() noexcept {
     if (watchedProcess.load() == getpid()) {
         return;
     }
+    setAlarmHook([]() noexcept { armForSignal(SIGABRT); });
     sem_init(&exitArmed, 0, 0);
     // The child of a process that is about to end has its own time.
     pthread_atfork(nullptr, nullptr, [] { exitMoment.store(0); });

@@ -23,8 +23,8 @@ public:
 
     /// Makes the thread that watches the deadline; it sleeps until then. Call it once, in `main`
     /// after the last fork(). Without it, or when the system has no thread left, arm() uses
-    /// SIGALRM, which a thread that hangs in the kernel may keep from being seen. Further calls in
-    /// one process do nothing.
+    /// SIGALRM, which a thread that hangs in the kernel may keep from being seen. fatal() arms it
+    /// from then on. Further calls in one process do nothing.
     static void install() noexcept;
 
     /// From now on the process ends within `after`, with `exitStatus`. It cannot be undone; of
@@ -32,6 +32,8 @@ public:
     /// when it starts to take things down, by the handler of a signal that asks for the end, and
     /// by fatal(). Any thread, and in a signal handler; keeps errno.
     static void arm(int exitStatus, std::chrono::milliseconds after = kDefault) noexcept;
+    /// arm() with the status that a shell gives for a death by `signal`; for FatalSignals.
+    static void armForSignal(int signal) noexcept { arm(128 + signal); }
 
     /// Lets go at once of what other processes wait for: all sockets (nobody is accepted any more,
     /// so that the names of ports are free and peers see the end), all pipes, standard input and

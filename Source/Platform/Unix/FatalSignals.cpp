@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <ctime>
 #include <iterator>
-#include <pthread.h>
 #include <sys/mman.h>
 
 namespace corvid {
@@ -21,7 +20,7 @@ constexpr std::size_t kSignalStackSize = 64 * 1024;
 
 // Another thread's last words are waited for, lest this signal cut them short; not for ever, for
 // that thread may hang.
-constexpr int kWaitSteps = 3000;
+constexpr time_t kWaitSeconds = 3;
 constexpr timespec kWaitStep{0, 1'000'000};
 
 struct Previous {
@@ -30,23 +29,44 @@ struct Previous {
 };
 
 void (*lastWordsOfProcess)() noexcept = nullptr;
+FatalSignalBounds boundsOfProcess;
 std::array<Previous, std::size(kFaults) + std::size(kRequests)> previousActions;
 std::size_t previousCount = 0;
 
-std::atomic<bool> isSpeaking{false};
+/// The thread that says the last words; its number is there from the moment it may. (The address
+/// of `errno` tells threads apart on every system, and asking for it takes no lock.)
+std::atomic<const int*> speaker{nullptr};
 std::atomic<bool> hasSpoken{false};
-pthread_t speaker;
+
+bool isLater(const timespec& moment, const timespec& than) {
+    return moment.tv_sec != than.tv_sec ? moment.tv_sec > than.tv_sec
+                                        : moment.tv_nsec > than.tv_nsec;
+}
+
+void waitForSpeaker() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const timespec end{now.tv_sec + kWaitSeconds, now.tv_nsec};
+    while (!hasSpoken.load() && isLater(end, now)) {
+        nanosleep(&kWaitStep, nullptr);
+        clock_gettime(CLOCK_MONOTONIC, &now);
+    }
+}
 
 void handle(int signal) {
     const int errnoBefore = errno;
-    if (!isSpeaking.exchange(true)) {
-        speaker = pthread_self();
+    if (boundsOfProcess.arm != nullptr) {
+        boundsOfProcess.arm(signal);
+    }
+    const int* nobody = nullptr;
+    if (speaker.compare_exchange_strong(nobody, &errno)) {
         lastWordsOfProcess();
-        hasSpoken.store(true);
-    } else if (pthread_equal(speaker, pthread_self()) == 0) {
-        for (int i = 0; i < kWaitSteps && !hasSpoken.load(); ++i) {
-            nanosleep(&kWaitStep, nullptr);
+        if (boundsOfProcess.letGo != nullptr) {
+            boundsOfProcess.letGo();
         }
+        hasSpoken.store(true);
+    } else if (nobody != &errno) {
+        waitForSpeaker();
     }
     for (std::size_t i = 0; i < previousCount; ++i) {
         if (previousActions[i].signal == signal) {
@@ -74,9 +94,10 @@ void take(int signal, bool onlyIfDefault) {
 
 } // namespace
 
-void installFatalSignalHandler(void (*lastWords)() noexcept) {
+void installFatalSignalHandler(void (*lastWords)() noexcept, FatalSignalBounds bounds) {
     static const SignalStack stackOfMainThread;
     lastWordsOfProcess = lastWords;
+    boundsOfProcess = bounds;
     for (const int signal : kFaults) {
         take(signal, false);
     }

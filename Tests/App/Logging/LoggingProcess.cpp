@@ -10,10 +10,12 @@
 #include "App/Logging/CVMALogFileManager.h"
 #include "App/Logging/Logger.h"
 #include "App/Reporting/AppReportingService.h"
+#include "App/Reporting/CVDDFileLogger.h"
 #include "App/Reporting/CVDDLog.h"
 #include "App/Reporting/LogSafety.h"
 #include "App/Reporting/LumberjackLoggingService.h"
 #include "Core/Base/Fatal.h"
+#include "Platform/Unix/ExitDeadline.h"
 #include "Platform/Unix/FatalSignals.h"
 #include "Tests/Support/RealPlatform.h"
 
@@ -119,15 +121,24 @@ extern "C" const char* __tsan_default_options() {
 
 int main(int argc, char** argv) {
     using namespace corvid;
-    const RealPlatform system;
-    const LogSafety safety;
-    installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler);
-    AppReportingService service;
-    AppReportingService::setSharedReportingService(&service);
-    const auto manager = CVMALogFileManager::withBaseName(
-        "CVMAExt_" + std::to_string(system.processInfo.processIdentifier()));
-    service.addLoggingService(std::make_shared<LumberjackLoggingService>());
-    for (int i = 1; i < argc && run(argv[i]); ++i) {
+    {
+        // Never destroyed, as in the extension.
+        static const auto& system = *new RealPlatform;
+        ExitDeadline::install();
+        const LogSafety safety;
+        installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler,
+                                  {ExitDeadline::armForSignal, ExitDeadline::letGo});
+        AppReportingService service;
+        AppReportingService::setSharedReportingService(&service);
+        const auto manager = CVMALogFileManager::withBaseName(
+            "CVMAExt_" + std::to_string(system.processInfo.processIdentifier()));
+        service.addLoggingService(std::make_shared<LumberjackLoggingService>());
+        for (int i = 1; i < argc && run(argv[i]); ++i) {
+        }
+        ExitDeadline::arm(0);
+    }
+    if (CVDDFileLogger::isThreadLeftBehind()) {
+        ExitDeadline::letGo();
     }
     return 0;
 }

@@ -33,6 +33,7 @@ public:
         notes_.push_back(std::to_string(flag) + " " + std::string(message));
     }
     void flush() override { notes_.emplace_back("flush"); }
+    std::string problem() const override { return {}; }
     void writeQueuedInSignalHandler() noexcept override { notes_.emplace_back("signal"); }
 
 private:

@@ -61,6 +61,8 @@ public:
     explicit Reader(ByteView bytes) : bytes_(bytes) {}
 
     bool isGood() const { return isGood_; }
+    /// Whether there is a field that an older peer does not send.
+    bool hasMore() const { return !bytes_.empty(); }
     void refuse() {
         isGood_ = false;
         bytes_ = {};
@@ -467,6 +469,7 @@ void write(Writer& out, const StatusReply& reply) {
         static_cast<std::uint64_t>(reply.roundTrip.value_or(std::chrono::microseconds(0)).count()));
     out.string(reply.lastFailure);
     out.u64(static_cast<std::uint64_t>(reply.sinceLastFailure.count()));
+    out.string(reply.logProblem);
 }
 void read(Reader& in, StatusReply& reply) {
     reply.request = in.u32();
@@ -493,6 +496,9 @@ void read(Reader& in, StatusReply& reply) {
     reply.lastFailure = in.string();
     reply.sinceLastFailure =
         std::chrono::milliseconds(static_cast<std::int64_t>(in.u64() & 0x7FFF'FFFF'FFFFU));
+    if (in.hasMore()) {
+        reply.logProblem = in.string();
+    }
 }
 
 FrameType typeOf(const HostStateChange&) {

@@ -195,6 +195,9 @@ struct StatusReply {
     std::optional<std::chrono::microseconds> roundTrip;
     std::string lastFailure; ///< empty when there was none
     std::chrono::milliseconds sinceLastFailure{0};
+    /// Sentences on what keeps the log from being written; empty when nothing does, and from an
+    /// extension that does not tell yet.
+    std::string logProblem;
 };
 
 struct Ping {

@@ -1,5 +1,6 @@
 #include "Extensions/FileManagers/Link/LinkServer.h"
 
+#include "App/Reporting/CVDDLog.h"
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -275,6 +276,7 @@ StatusReply LinkServer::status(std::uint32_t request) const {
         status.sinceLastFailure = std::chrono::duration_cast<std::chrono::milliseconds>(
             clock_.monotonicNow() - figures.lastFailureTime);
     }
+    status.logProblem = CVDDLog::problem();
     const MutexLock lock(mutex_);
     status.problem = problem_;
     status.isVolumeFixed = isVolumeFixed_;
