@@ -1,6 +1,7 @@
 #include "HostKit/HostService.h"
 
 #include "Core/Archive/KeyedArchive.h"
+#include "Core/Archive/Limits.h"
 #include "Extensions/Finder/CVMABadgeID.h"
 #include "Extensions/Finder/CVMAMessageID.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
@@ -42,6 +43,16 @@ std::optional<bool> truth(const Value* value) {
     return std::nullopt;
 }
 
+/// What of a text from outside stands in a problem.
+std::string shortened(std::string_view text) {
+    constexpr std::size_t kMostShown = 1'000;
+    return text.size() <= kMostShown ? std::string(text)
+                                     : std::string(text.substr(0, kMostShown)) + "…";
+}
+
+/// As for every message port.
+constexpr std::size_t kMostPortNameBytes = 255;
+
 std::string parentOf(const std::string& path) {
     return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
 }
@@ -51,7 +62,19 @@ std::string parentOf(const std::string& path) {
 HostService::HostService(VolumeMapping mapping, Application& application, MessagePortService& ports,
                          DispatchQueue& callbacks)
     : mapping_(std::move(mapping)), application_(application), ports_(ports),
-      callbacks_(callbacks) {}
+      callbacks_(callbacks),
+      senders_(
+          ports,
+          [this](const std::string& portName) {
+              callbacks_.async([this, portName] {
+                  if (senders_.removeGone(portName)) {
+                      extensionRemoved(portName);
+                  }
+              });
+          },
+          [this](const std::string& text) {
+              callbacks_.async([this, text] { problem(text); });
+          }) {}
 
 HostService::~HostService() = default;
 
@@ -73,20 +96,7 @@ void HostService::close() {
         ports_.invalidate(*port_);
         port_ = nullptr;
     }
-    std::vector<std::shared_ptr<PushLane>> lanes;
-    {
-        const MutexLock lock(mutex_);
-        isClosed_ = true;
-        lanes = std::move(retired_);
-        for (auto& [name, lane] : lanes_) {
-            lanes.push_back(std::move(lane));
-        }
-        lanes_.clear();
-    }
-    // All are stopped before the first is waited for.
-    for (const auto& lane : lanes) {
-        lane->stop();
-    }
+    senders_.stop();
 }
 
 void HostService::push(const std::string& path, const std::string& badge, PushTo to) {
@@ -103,37 +113,21 @@ void HostService::push(const std::string& path, const std::string& badge, PushTo
     if (!url) {
         return; // the name is not UTF-8
     }
-    const std::string item = mapping_.toLocal(*volumePath).value();
-    std::vector<std::shared_ptr<PushLane>> lanes;
-    {
-        const MutexLock lock(mutex_);
-        if (to == PushTo::whoShowsTheFolder && !shown_.contains(parentOf(item))) {
-            return;
-        }
-        for (const auto& [name, lane] : lanes_) {
-            lanes.push_back(lane);
-        }
-    }
-    if (lanes.empty()) {
+    std::string item = mapping_.toLocal(*volumePath).value();
+    if (to == PushTo::whoShowsTheFolder && !isShown(parentOf(item))) {
         return;
     }
-    const auto payload = std::make_shared<const Bytes>(archivedData(
-        Value::dictionary({{"badgeID", Value::string(badge)}, {"path", Value::url(*url)}})));
-    for (const auto& lane : lanes) {
-        lane->push(item, payload);
+    if (senders_.count() == 0) {
+        return;
     }
+    Bytes payload = archivedData(
+        Value::dictionary({{"badgeID", Value::string(badge)}, {"path", Value::url(*url)}}));
+    senders_.push(
+        std::make_shared<const PushLane::Push>(PushLane::Push{std::move(item), std::move(payload)}));
 }
 
 bool HostService::flush(std::chrono::steady_clock::time_point deadline) {
-    std::vector<std::shared_ptr<PushLane>> lanes;
-    {
-        const MutexLock lock(mutex_);
-        for (const auto& [name, lane] : lanes_) {
-            lanes.push_back(lane);
-        }
-    }
-    return std::ranges::all_of(
-        lanes, [deadline](const auto& lane) { return lane->waitUntilSent(deadline); });
+    return senders_.waitUntilSent(deadline);
 }
 
 bool HostService::isShown(const std::string& path) const {
@@ -142,6 +136,13 @@ bool HostService::isShown(const std::string& path) const {
 }
 
 std::optional<Bytes> HostService::answer(std::int32_t messageID, std::optional<ByteView> data) {
+    std::optional<Bytes> reply;
+    guarded("answering a message", [&] { reply = answerUnguarded(messageID, data); });
+    return reply;
+}
+
+std::optional<Bytes> HostService::answerUnguarded(std::int32_t messageID,
+                                                  std::optional<ByteView> data) {
     const std::optional<CVMAMessageID> message = CVMAMessageID::fromRawValue(messageID);
     std::optional<Value> root;
     if (data) {
@@ -176,7 +177,7 @@ std::optional<Bytes> HostService::answerBadge(const Dictionary& message) {
         return archivedData(Value::string("none"));
     }
     std::string badge;
-    if (!guarded("badge", [&] { badge = application_.badge(*path); })) {
+    if (!guarded("badge()", [&] { badge = application_.badge(*path); })) {
         return std::nullopt;
     }
     if (!CVMABadgeID::fromRawValue(badge)) {
@@ -187,10 +188,13 @@ std::optional<Bytes> HostService::answerBadge(const Dictionary& message) {
 }
 
 std::optional<Bytes> HostService::answerMenu(const Dictionary& message) {
-    const std::vector<std::string> paths = localPaths(message.find("paths"));
+    const std::optional<std::vector<std::string>> paths = localPaths(message.find("paths"));
+    if (!paths) {
+        return std::nullopt;
+    }
     const bool operatingOnParent = truth(message.find("operatingOnParent")).value_or(false);
     std::vector<MenuItem> items;
-    if (!guarded("menu", [&] { items = application_.menu(paths, operatingOnParent); })) {
+    if (!guarded("menu()", [&] { items = application_.menu(*paths, operatingOnParent); })) {
         return std::nullopt;
     }
     if (const auto fault = menuFault(items)) {
@@ -215,11 +219,15 @@ void HostService::performAction(const Dictionary& message) {
     if (!action) {
         problem(fmt::format("the click on \"{}\" came without the action of that entry, and is "
                             "ignored; open the menu again",
-                            item->title));
+                            shortened(item->title)));
         return;
     }
-    const Click click{*action, item->title, item->tag, localPaths(message.find("path"))};
-    guarded("actionPerformed", [&] { application_.actionPerformed(click); });
+    auto paths = localPaths(message.find("path"));
+    if (!paths) {
+        return;
+    }
+    const Click click{*action, item->title, item->tag, *std::move(paths)};
+    guarded("actionPerformed()", [&] { application_.actionPerformed(click); });
 }
 
 void HostService::updatePorts(const Dictionary& message) {
@@ -231,7 +239,7 @@ void HostService::updatePorts(const Dictionary& message) {
         return;
     }
     if (*isOpen) {
-        addExtension(*name);
+        registerExtension(*name);
     } else {
         removeExtension(*name);
     }
@@ -249,45 +257,63 @@ void HostService::updateShownFolders(const Dictionary& message) {
         isChange = *isShown ? shown_.begin(*path) : shown_.end(*path);
     }
     if (isChange && *isShown) {
-        guarded("folderShown", [&] { application_.folderShown(*path); });
+        guarded("folderShown()", [&] { application_.folderShown(*path); });
     } else if (isChange) {
-        guarded("folderHidden", [&] { application_.folderHidden(*path); });
+        guarded("folderHidden()", [&] { application_.folderHidden(*path); });
     }
+}
+
+void HostService::registerExtension(const std::string& portName) {
+    if (portName.size() > kMostPortNameBytes) {
+        problem(fmt::format("an extension registered with a name of {} bytes and is ignored; a "
+                            "name has at most {}",
+                            portName.size(), kMostPortNameBytes));
+        return;
+    }
+    if (ports_.presenceOf(portName).state == PortPresence::State::gone) {
+        problem(fmt::format("an extension registered as {}, but nobody serves that port, and it is "
+                            "ignored; an extension opens its port first",
+                            portName));
+        return;
+    }
+    addExtension(portName);
 }
 
 void HostService::addExtension(const std::string& portName) {
-    {
-        const MutexLock lock(mutex_);
-        if (isClosed_ || lanes_.contains(portName)) {
-            return;
+    guarded("taking an extension in", [&] {
+        switch (senders_.add(portName)) {
+        case PushSenders::Added::isNew:
+            guarded("extensionChanged()", [&] { application_.extensionChanged(portName, true); });
+            break;
+        case PushSenders::Added::isFull:
+            problem(fmt::format("the extension {} gets no pushes, since {} are served already; end "
+                                "those that you do not need, then start this one again",
+                                portName, PushSenders::kMostLanes));
+            break;
+        default:
+            break;
         }
-        lanes_.emplace(portName, std::make_shared<PushLane>(ports_, portName, [this, portName] {
-                           callbacks_.async([this, portName] { removeExtension(portName); });
-                       }));
-    }
-    guarded("extensionChanged", [&] { application_.extensionChanged(portName, true); });
+    });
 }
 
 void HostService::removeExtension(const std::string& portName) {
-    std::vector<std::string> hidden;
-    {
-        const MutexLock lock(mutex_);
-        std::erase_if(retired_, [](const auto& lane) { return lane->isFinished(); });
-        const auto found = lanes_.find(portName);
-        if (found == lanes_.end()) {
-            return;
-        }
-        found->second->stop();
-        retired_.push_back(found->second);
-        lanes_.erase(found);
-        // Begins and ends do not say whose they are; with nobody left they are nobody's.
-        if (lanes_.empty()) {
-            hidden = shown_.clear();
-        }
+    if (senders_.remove(portName)) {
+        extensionRemoved(portName);
     }
-    guarded("extensionChanged", [&] { application_.extensionChanged(portName, false); });
+}
+
+void HostService::extensionRemoved(const std::string& portName) {
+    std::vector<std::string> hidden;
+    // Begins and ends do not say whose they are; with nobody left they are nobody's.
+    if (senders_.count() == 0) {
+        guarded("forgetting the shown folders", [&] {
+            const MutexLock lock(mutex_);
+            hidden = shown_.clear();
+        });
+    }
+    guarded("extensionChanged()", [&] { application_.extensionChanged(portName, false); });
     for (const std::string& path : hidden) {
-        guarded("folderHidden", [&] { application_.folderHidden(path); });
+        guarded("folderHidden()", [&] { application_.folderHidden(path); });
     }
 }
 
@@ -299,21 +325,32 @@ std::optional<std::string> HostService::localPath(const Value* url) {
     }
     std::optional<std::string> path = mapping_.toLocal(fileURL->path());
     if (!path) {
-        problem(fmt::format("{} is not on the volume {} and is ignored", fileURL->absoluteString(),
-                            kVolumeRoot));
+        problem(fmt::format("{} is not on the volume {} and is ignored",
+                            shortened(fileURL->absoluteString()), kVolumeRoot));
     }
     return path;
 }
 
-std::vector<std::string> HostService::localPaths(const Value* urls) {
+std::optional<std::vector<std::string>> HostService::localPaths(const Value* urls) {
     std::vector<std::string> paths;
     const Array* array = urls ? urls->asArray() : nullptr;
     if (array == nullptr) {
         problem("a message came without the files that it is about");
         return paths;
     }
-    for (const Value& url : array->elements) {
-        if (auto path = localPath(&url)) {
+    // Many elements may be one long URL: a message of a few mebibytes could say terabytes.
+    std::size_t textLeft = limits::kArchiveSize;
+    for (const Value& value : array->elements) {
+        const URL* url = value.asURL();
+        const std::size_t size = url != nullptr ? url->absoluteString().size() : 0;
+        if (size > textLeft) {
+            problem(fmt::format("a message about {} files unfolds into more than {} bytes and is "
+                                "ignored",
+                                array->elements.size(), limits::kArchiveSize));
+            return std::nullopt;
+        }
+        textLeft -= size;
+        if (auto path = localPath(&value)) {
             paths.push_back(*std::move(path));
         }
     }
@@ -323,18 +360,28 @@ std::vector<std::string> HostService::localPaths(const Value* urls) {
 void HostService::problem(const std::string& text) {
     try {
         application_.problem(text);
-    } catch (const std::exception&) {
+    } catch (...) {
         // There is nobody left to tell.
     }
 }
 
-bool HostService::guarded(const char* member, const std::function<void()>& call) {
+bool HostService::guarded(const char* what, const std::function<void()>& call) {
     try {
         call();
         return true;
     } catch (const std::exception& error) {
-        problem(fmt::format("{}() failed: {}", member, error.what()));
-        return false;
+        failed(what, error.what());
+    } catch (...) {
+        failed(what, "an exception left it that is no std::exception");
+    }
+    return false;
+}
+
+void HostService::failed(const char* what, const char* why) noexcept {
+    try {
+        problem(fmt::format("{} failed: {}", what, why));
+    } catch (...) {
+        // No memory for the words.
     }
 }
 

@@ -4,7 +4,7 @@
 #include "Core/Base/Mutex.h"
 #include "Core/Base/URL.h"
 #include "Core/Base/VolumeMapping.h"
-#include "HostKit/PushLane.h"
+#include "HostKit/PushSenders.h"
 #include "HostKit/ShownFolders.h"
 #include "Platform/Interfaces/MessagePortService.h"
 #include <CorvidHostKit/Application.h>
@@ -13,7 +13,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,7 +26,8 @@ namespace corvid::hostkit {
 
 /// The host's side of the conversation: serves the host's port, turns messages into calls of
 /// Application, and pushes. Knows message ports by their interface only; which extensions there
-/// are besides those that register, somebody else tells it.
+/// are besides those that register, somebody else tells it. No message, and no exception of the
+/// application, ends the process: the question stays unanswered, and it is a problem().
 class HostService {
 public:
     /// Everything given is not owned and outlives this object; `callbacks` is the queue on which
@@ -47,11 +47,12 @@ public:
     /// a push runs or will run. Not on the queue.
     void close();
 
-    /// An extension's port is there, or no longer. On the queue; the second time does nothing.
+    /// An extension's port is there, or no longer. On the queue; the second time does nothing. More
+    /// than PushSenders::kMostLanes at a time are not pushed to, which is a problem().
     void addExtension(const std::string& portName);
     void removeExtension(const std::string& portName);
 
-    /// Tells the application. On the queue.
+    /// Tells the application, whatever that throws. On the queue.
     void problem(const std::string& text);
 
     /// As the members of Host. Any thread.
@@ -63,16 +64,25 @@ public:
 
 private:
     std::optional<Bytes> answer(std::int32_t messageID, std::optional<ByteView> data);
+    std::optional<Bytes> answerUnguarded(std::int32_t messageID, std::optional<ByteView> data);
     std::optional<Bytes> answerBadge(const Dictionary& message);
     std::optional<Bytes> answerMenu(const Dictionary& message);
     void performAction(const Dictionary& message);
     void updatePorts(const Dictionary& message);
     void updateShownFolders(const Dictionary& message);
 
+    /// An extension says by itself that it is there.
+    void registerExtension(const std::string& portName);
+    /// The extension was removed from `senders_`.
+    void extensionRemoved(const std::string& portName);
+
     std::optional<std::string> localPath(const Value* url);
-    std::vector<std::string> localPaths(const Value* urls);
-    /// Calls the application; an exception becomes a problem. False when there was one.
-    bool guarded(const char* member, const std::function<void()>& call);
+    /// Nothing when the message unfolds into more text than it can honestly say.
+    std::optional<std::vector<std::string>> localPaths(const Value* urls);
+    /// Runs `call`; an exception of any kind becomes a problem, with `what` failed. False when there
+    /// was one.
+    bool guarded(const char* what, const std::function<void()>& call);
+    void failed(const char* what, const char* why) noexcept;
 
     const VolumeMapping mapping_;
     Application& application_;
@@ -81,11 +91,8 @@ private:
     MessagePortRef port_;
 
     mutable Mutex mutex_;
-    std::map<std::string, std::shared_ptr<PushLane>> lanes_ CORVID_GUARDED_BY(mutex_);
     ShownFolders shown_ CORVID_GUARDED_BY(mutex_);
-    /// Lanes whose extension is gone, until their threads have ended.
-    std::vector<std::shared_ptr<PushLane>> retired_ CORVID_GUARDED_BY(mutex_);
-    bool isClosed_ CORVID_GUARDED_BY(mutex_) = false;
+    PushSenders senders_;
 };
 
 } // namespace corvid::hostkit

@@ -1,74 +1,42 @@
 #pragma once
 
 #include "Core/Base/Bytes.h"
-#include "Core/Base/Mutex.h"
 
-#include <chrono>
-#include <condition_variable>
-#include <functional>
+#include <cstddef>
 #include <list>
 #include <memory>
 #include <string>
-#include <thread>
+#include <string_view>
 #include <unordered_map>
-
-namespace corvid {
-class MessagePortService;
-}
 
 namespace corvid::hostkit {
 
-/// The pushes on their way to one extension, sent by a thread of their own, so that an extension
-/// that hangs holds up nobody but itself. Of several badges of one item only the newest waits.
-/// Any thread.
+/// What waits for one extension: of several badges of one item only the newest. PushSenders sends
+/// it. Not thread-safe.
 class PushLane {
 public:
-    using Payload = std::shared_ptr<const Bytes>;
-
-    /// Sends to the port `portName` of `service`, which is not owned. `onDead` is called once, on
-    /// the lane's thread, when the port is found to be gone; nothing is sent after that.
-    PushLane(MessagePortService& service, std::string portName, std::function<void()> onDead);
-
-    /// Drops what waits, and waits for a send under way (a second at most).
-    ~PushLane();
-    PushLane(const PushLane&) = delete;
-    PushLane& operator=(const PushLane&) = delete;
-
-    /// Queues the message `payload` about the item `path`.
-    void push(const std::string& path, Payload payload);
-
-    /// Drops what waits and lets the thread end, without waiting for it.
-    void stop();
-
-    /// True once the thread has nothing more to do, so that the destructor will not wait.
-    bool isFinished() const;
-
-    /// False when something still waits at `deadline`. True at once for a port that is gone.
-    bool waitUntilSent(std::chrono::steady_clock::time_point deadline);
-
-private:
+    /// A badge on its way: the item, and the message about it. Lanes share it.
     struct Push {
         std::string path;
-        Payload payload;
+        Bytes payload;
     };
-    enum class Outcome { sent, failed, dead };
+    using PushRef = std::shared_ptr<const Push>;
 
-    void run();
-    Outcome send(const Bytes& payload);
+    std::size_t size() const { return waiting_.size(); }
 
-    MessagePortService& service_;
-    const std::string portName_;
-    const std::function<void()> onDead_;
+    /// Queues `push`, in the place of an older one of the same item. Throws std::bad_alloc, here and
+    /// below, and is unchanged then.
+    void add(PushRef push);
+    /// The oldest; null when none waits.
+    PushRef takeFirst();
+    /// Puts what takeFirst() gave back to the front, unless a newer one of its item waits.
+    void putBack(PushRef push);
+    void clear();
 
-    mutable Mutex mutex_;
-    std::condition_variable changed_;
-    std::list<Push> waiting_ CORVID_GUARDED_BY(mutex_);
-    std::unordered_map<std::string, std::list<Push>::iterator> byPath_ CORVID_GUARDED_BY(mutex_);
-    bool isSending_ CORVID_GUARDED_BY(mutex_) = false;
-    bool isStopped_ CORVID_GUARDED_BY(mutex_) = false;
-    bool isFinished_ CORVID_GUARDED_BY(mutex_) = false;
-
-    std::thread thread_;
+private:
+    // Keys are the paths in the pushes.
+    std::list<PushRef> waiting_;
+    std::unordered_map<std::string_view, std::list<PushRef>::iterator> byPath_;
 };
 
 } // namespace corvid::hostkit

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -270,6 +271,71 @@ TEST_F(HostServiceTest, hungExtensionHoldsUpNobody) {
     EXPECT_FALSE(service_.flush(std::chrono::steady_clock::now()));
     release.set_value();
     EXPECT_EQ(pushedTo().size(), 2U);
+}
+
+TEST_F(HostServiceTest, registrationIsForPortsThatAreServed) {
+    const auto registerPort = [this](const std::string& name) {
+        send(kUpdatePortIDs, {{"portId", Value::string(name)}, {"register", Value::boolean(true)}});
+    };
+    registerPort("nobody");
+    EXPECT_THAT(application_.takeCalls(), ElementsAre(HasSubstr("registered as nobody, but")));
+    registerPort(std::string(256, 'n'));
+    EXPECT_THAT(application_.takeCalls(), ElementsAre(HasSubstr("with a name of 256 bytes")));
+    for (std::size_t i = 0; i < PushSenders::kMostLanes; ++i) {
+        openExtension("ext " + std::to_string(i));
+    }
+    EXPECT_THAT(application_.takeCalls(), ::testing::SizeIs(PushSenders::kMostLanes));
+    openExtension("late");
+    EXPECT_THAT(application_.takeCalls(), ElementsAre(HasSubstr("late gets no pushes, since 64")));
+    service_.push("/home/me/Sync/a", "error", PushTo::everyone);
+    EXPECT_THAT(pushedTo(), ::testing::SizeIs(PushSenders::kMostLanes));
+}
+
+TEST_F(HostServiceTest, pushesWaitForAnExtensionThatCannotBeReached) {
+    openExtension("one");
+    ports_.hideRemotes("too many open files");
+    openExtension("two");
+    service_.push("/home/me/Sync/a", "error", PushTo::everyone);
+    EXPECT_FALSE(service_.flush(std::chrono::steady_clock::now() + PushSenders::kFirstPause));
+    ports_.hideRemotes("");
+    EXPECT_THAT(pushedTo(), ::testing::SizeIs(2));
+    EXPECT_THAT(application_.calls(), ElementsAre("open one", "open two"));
+}
+
+TEST_F(HostServiceTest, noExceptionOfTheApplicationEndsTheHost) {
+    struct Odd {};
+    application_.onBadge = [](const std::string&) -> std::string { throw Odd(); };
+    EXPECT_EQ(askBadge("/Volumes/Corvid/x"), "(no answer)");
+    EXPECT_EQ(application_.calls().back(),
+              "problem: badge() failed: an exception left it that is no std::exception");
+    application_.onProblem = [] { throw Odd(); };
+    EXPECT_EQ(askBadge("/Volumes/Corvid/x"), "(no answer)");
+    EXPECT_EQ(ports_.deliver(kHostPort, kRequestBadge, std::nullopt), std::nullopt);
+    application_.onProblem = [] {};
+    application_.onMenu = []() -> std::vector<MenuItem> { throw std::bad_alloc(); };
+    EXPECT_EQ(send(kRequestActions,
+                   {{"paths", Value::array({})}, {"operatingOnParent", Value::boolean(false)}}),
+              std::nullopt);
+    application_.onExtensionChanged = [] { throw Odd(); };
+    openExtension("one");
+    application_.onBadge = [](const std::string&) { return "error"; };
+    EXPECT_EQ(askBadge("/Volumes/Corvid/x"), "error");
+}
+
+TEST_F(HostServiceTest, selectionThatUnfoldsIsIgnored) {
+    // A message of a mebibyte that says a gibibyte.
+    const Value item = url("/Volumes/Corvid/" + std::string(1'000'000, 'x'));
+    const Value paths = Value::array(std::vector<Value>(1'000, item));
+    EXPECT_EQ(send(kRequestActions,
+                   {{"paths", paths}, {"operatingOnParent", Value::boolean(false)}}),
+              std::nullopt);
+    EXPECT_THAT(application_.takeCalls(),
+                ElementsAre(HasSubstr("about 1000 files unfolds into more than 67108864 bytes")));
+    // One item may stand there often.
+    const Value often = Value::array(std::vector<Value>(1'000, url("/Volumes/Corvid/a")));
+    EXPECT_NE(send(kRequestActions,
+                   {{"paths", often}, {"operatingOnParent", Value::boolean(false)}}),
+              std::nullopt);
 }
 
 TEST_F(HostServiceTest, messagesThatMakeNoSenseAreReported) {

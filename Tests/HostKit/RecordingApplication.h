@@ -20,6 +20,8 @@ public:
     };
     std::function<std::vector<MenuItem>()> onMenu = [] { return std::vector<MenuItem>(); };
     std::function<void()> onAction = [] {};
+    std::function<void()> onExtensionChanged = [] {};
+    std::function<void()> onProblem = [] {};
 
     std::string badge(const std::string& path) override {
         record("badge " + path);
@@ -36,10 +38,14 @@ public:
     }
     void extensionChanged(const std::string& portName, bool isOpen) override {
         record((isOpen ? "open " : "closed ") + portName);
+        onExtensionChanged();
     }
     void folderShown(const std::string& path) override { record("shown " + path); }
     void folderHidden(const std::string& path) override { record("hidden " + path); }
-    void problem(const std::string& text) override { record("problem: " + text); }
+    void problem(const std::string& text) override {
+        record("problem: " + text);
+        onProblem();
+    }
 
     std::vector<std::string> calls() const {
         const std::lock_guard lock(mutex_);
