@@ -43,7 +43,8 @@ public:
     /// so the caller holds no lock that the delegate's setBadge() takes.
     void close();
 
-    /// Runs `last` when this thread is not inside: now, or when its visit ends. Once, after close().
+    /// Runs `last` when this thread is not inside: now, or when its visit ends. Once, after
+    /// close().
     void afterVisit(std::function<void()> last);
 
 private:

@@ -1,3 +1,4 @@
+#include "Core/Utility/Extensions/CVMAStringExtension.h"
 #include "FinderFixture.h"
 
 namespace corvid {
@@ -125,6 +126,14 @@ TEST_F(Badges, APushLooksAtTheItemAloneNotAtItsFolder) {
     controller_->setBadge(CVMABadgeID::error, item("Folder.tmp/Report.docx"));
     EXPECT_THAT(happened(),
                 Contains("setBadgeIdentifier error file:///Volumes/Corvid/Folder.tmp/Report.docx"));
+}
+
+TEST_F(Badges, APushLooksAtTheURLsTextNotAtThePath) {
+    // By its path this is a scratch file; in the URL's text the blank is escaped.
+    controller_->setBadge(CVMABadgeID::error, item("Adobe Photoshop Autosave"));
+    EXPECT_THAT(happened(), Contains("setBadgeIdentifier error "
+                                     "file:///Volumes/Corvid/Adobe%20Photoshop%20Autosave"));
+    EXPECT_TRUE(isTemporaryItem(item("Adobe Photoshop Autosave").path()));
 }
 
 } // namespace

@@ -49,6 +49,51 @@ TEST_F(BadgeHandler, OpensItsPortOnTheQueueAndClosesItFirst) {
     EXPECT_EQ(CVMABadgeHandler::delegate().delegate(), delegate_.get());
 }
 
+/// The fake, which also notes whether pushes have somebody to go to when a port is opened.
+class AskingPorts final : public MessagePortService {
+public:
+    explicit AskingPorts(FakeMessagePortService& fake) : fake_(fake) {}
+
+    MessagePortRef createRemote(std::string_view name) override { return fake_.createRemote(name); }
+    SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
+                           std::chrono::milliseconds sendTimeout,
+                           std::chrono::milliseconds receiveTimeout,
+                           std::optional<std::string_view> replyMode,
+                           std::optional<Bytes>* reply) override {
+        return fake_.sendRequest(remote, messageID, data, sendTimeout, receiveTimeout, replyMode,
+                                 reply);
+    }
+    MessagePortRef createLocal(std::string_view name, MessagePortCallback callback) override {
+        delegates.push_back(CVMABadgeHandler::delegate().delegate());
+        return fake_.createLocal(name, std::move(callback));
+    }
+    void setDispatchQueue(MessagePort& local, DispatchQueue& queue) override {
+        fake_.setDispatchQueue(local, queue);
+    }
+    void invalidate(MessagePort& port) override { fake_.invalidate(port); }
+
+    std::vector<CVMABadgeDelegate*> delegates;
+
+private:
+    FakeMessagePortService& fake_;
+};
+
+TEST_F(BadgeHandler, TheDelegateIsThereBeforeThePort) {
+    AskingPorts asking(ports());
+    const Platform& fakes = platform();
+    const Platform platform{fakes.processInfo, fakes.fileManager, fakes.clock,
+                            fakes.mainBundle,  fakes.dispatch,    asking,
+                            fakes.systemLog,   fakes.pasteboard};
+    const Platform* const before = setPlatform(&platform);
+    {
+        const CVMABadgeHandler handler("PORT", *delegate_);
+        const auto controller = CVMAFinderSync::create();
+        EXPECT_THAT(asking.delegates, ElementsAre(delegate_.get(), static_cast<CVMABadgeDelegate*>(
+                                                                       controller.get())));
+    }
+    setPlatform(before);
+}
+
 TEST_F(BadgeHandler, APortThatCannotBeHadLeavesItDeaf) {
     ports().failNextCreateLocal();
     auto handler = std::make_unique<CVMABadgeHandler>("PORT", *delegate_);

@@ -5,6 +5,8 @@
 namespace corvid {
 namespace {
 
+using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -123,8 +125,13 @@ protected:
     std::vector<std::string> keysOf(CVMAMessageID id) {
         std::vector<std::string> keys;
         const Value payload = lastPayload(id);
-        for (const auto& [key, value] : payload.asDictionary()->entries) {
-            keys.push_back(*key.asString());
+        const Dictionary* const fields = payload.asDictionary();
+        EXPECT_NE(fields, nullptr);
+        if (fields != nullptr) {
+            for (const auto& [key, value] : fields->entries) {
+                EXPECT_NE(key.asString(), nullptr);
+                keys.push_back(key.asString() != nullptr ? *key.asString() : "no text");
+            }
         }
         return keys;
     }
@@ -188,8 +195,7 @@ TEST_F(Requests, ABadgeIsAskedForByURLAndReadByItsRawValue) {
                                     rawValue + " for url = file:///Volumes/Corvid/a%20b.txt"));
     }
     EXPECT_THAT(keysOf(CVMAMessageID::requestBadge), ElementsAre("url"));
-    EXPECT_EQ(*lastPayload(CVMAMessageID::requestBadge).asDictionary()->find("url")->asURL(),
-              urls_[0]);
+    EXPECT_EQ(lastURL(CVMAMessageID::requestBadge, "url"), urls_[0]);
 }
 
 TEST_F(Requests, EveryAnswerThatIsNoStringIsTheCloud) {
@@ -215,6 +221,14 @@ TEST_F(RequestsDeath, AnUnknownBadgeInAnAnswerStopsTheProcess) {
     }
 }
 
+TEST_F(RequestsDeath, AnUnknownBadgeIsLoggedBeforeItStopsTheProcess) {
+    printLogLines();
+    hostAnswers(CVMAMessageID::requestBadge, Value::string("Synced"));
+    EXPECT_DEATH(CVMAMessagePort::requestBadgeIDs(urls_[0]),
+                 "<UI> MessagePort: Badge response = Synced for url = "
+                 "file:///Volumes/Corvid/a%20b\\.txt\\|\nfatal: ");
+}
+
 TEST_F(Requests, PerformSendsTheItemUnderActionAndTheListUnderPath) {
     CVMAMessagePort::perform(entry("Share", 5, "share:"), urls_);
     EXPECT_THAT(
@@ -230,13 +244,11 @@ TEST_F(Requests, PerformSendsTheItemUnderActionAndTheListUnderPath) {
 TEST_F(Requests, RegisterSaysWhichWay) {
     CVMAMessagePort::registerPort("PORT", true);
     EXPECT_EQ(happened().at(0), "log 5 <UI> MessagePort: Registering portId = PORT");
-    EXPECT_TRUE(
-        *lastPayload(CVMAMessageID::updatePortIDs).asDictionary()->find("register")->asBoolean());
+    EXPECT_EQ(lastFlag(CVMAMessageID::updatePortIDs, "register"), true);
     CVMAMessagePort::registerPort("PORT", false);
     EXPECT_EQ(happened().at(0), "log 5 <UI> MessagePort: Unregistering portId = PORT");
-    const Value payload = lastPayload(CVMAMessageID::updatePortIDs);
-    EXPECT_FALSE(*payload.asDictionary()->find("register")->asBoolean());
-    EXPECT_EQ(*payload.asDictionary()->find("portId")->asString(), "PORT");
+    EXPECT_EQ(lastFlag(CVMAMessageID::updatePortIDs, "register"), false);
+    EXPECT_EQ(lastText(CVMAMessageID::updatePortIDs, "portId"), "PORT");
     EXPECT_THAT(keysOf(CVMAMessageID::updatePortIDs), ElementsAre("portId", "register"));
 }
 
@@ -261,6 +273,17 @@ TEST_F(Requests, ProvideSendsToEveryNameInOrder) {
                             "releaseRemote one", "createRemote two",
                             StartsWith("sendRequest two id=3 "), "releaseRemote two"));
     EXPECT_THAT(keysOf(CVMAMessageID::provideBadge), ElementsAre("badgeID", "path"));
+}
+
+TEST_F(Requests, ProvideSendsTheRawValueAndTheURLAndWantsNoReply) {
+    addPeer("one");
+    setReplyOf("one", Bytes{9});
+    CVMAMessagePort::provide({"one"}, CVMABadgeID::inProgress, urls_[0]);
+    EXPECT_THAT(happened(),
+                Contains(AllOf(StartsWith("sendRequest one id=3 "),
+                               HasSubstr(" send=1000ms receive=1000ms replyMode=none"))));
+    EXPECT_EQ(lastText(CVMAMessageID::provideBadge, "badgeID"), "inProgress");
+    EXPECT_EQ(lastURL(CVMAMessageID::provideBadge, "path"), urls_[0]);
 }
 
 TEST_F(Requests, ProvideToNobodyLeavesItsTraceOnly) {

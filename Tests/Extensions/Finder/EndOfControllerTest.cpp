@@ -141,8 +141,8 @@ TEST_F(EndOfController, ThePushInWorkEndsFirstThenTeardownRunsWhereTheOwnerLetsG
     controller.reset();
     isOwnerBack = true;
     EXPECT_THAT(happenedInShort(),
-                ElementsAreArray(joined(
-                    {pushLines(), {"the push goes on"}, teardownLines(port), {"freed"}})));
+                ElementsAreArray(
+                    joined({pushLines(), {"the push goes on"}, teardownLines(port), {"freed"}})));
     EXPECT_TRUE(isSlotEmpty());
     EXPECT_EQ(calling_.teardownThread, std::this_thread::get_id());
     pusher.join();
@@ -162,8 +162,8 @@ TEST_F(EndOfController, DroppedFromWithinAPushTheTeardownFollowsThatPushOnItsThr
     happened();
     push(port);
     EXPECT_THAT(happenedInShort(),
-                ElementsAreArray(joined(
-                    {pushLines(), {"the push goes on"}, teardownLines(port), {"freed"}})));
+                ElementsAreArray(
+                    joined({pushLines(), {"the push goes on"}, teardownLines(port), {"freed"}})));
     EXPECT_TRUE(wasEmpty);
     EXPECT_NE(calling_.teardownThread, std::this_thread::get_id());
     EXPECT_EQ(calling_.teardownThread, calling_.pushThread);
@@ -203,8 +203,8 @@ TEST_F(EndOfController, AnEndThatCannotBePutOffIsDoneWithinThePush) {
     happened();
     push(port);
     EXPECT_THAT(happenedInShort(),
-                ElementsAreArray(joined(
-                    {pushLines(), teardownLines(port), {"the push goes on"}, {"freed"}})));
+                ElementsAreArray(
+                    joined({pushLines(), teardownLines(port), {"the push goes on"}, {"freed"}})));
     EXPECT_TRUE(wasEmpty);
 }
 
@@ -261,9 +261,8 @@ TEST_F(EndOfController, TheNewerOnesEndWaitsForAPushThroughTheOlderOnesPort) {
     std::thread pusher([&] { push(olderPort); });
     inWork.get_future().wait();
     newer.reset();
-    EXPECT_THAT(
-        happenedInShort(),
-        ElementsAreArray(joined({pushLines(), {"the push goes on"}, teardownLines(port)})));
+    EXPECT_THAT(happenedInShort(),
+                ElementsAreArray(joined({pushLines(), {"the push goes on"}, teardownLines(port)})));
     pusher.join();
     // The slot was the newer one's, and is not given back.
     push(olderPort, "nonsense");

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <optional>
@@ -81,6 +82,58 @@ protected:
             last != sent.rend() ? unarchivedObject(last->data) : std::nullopt;
         EXPECT_TRUE(root) << "nothing that decodes was sent with " << messageID.caseName();
         return root.value_or(Value());
+    }
+
+    /// What that payload holds under `key`; null, and a failure of the test, when it has none.
+    Value lastField(CVMAMessageID messageID, std::string_view key) {
+        const Value payload = lastPayload(messageID);
+        const Dictionary* const fields = payload.asDictionary();
+        const Value* const found = fields != nullptr ? fields->find(key) : nullptr;
+        EXPECT_NE(found, nullptr) << key;
+        return found != nullptr ? *found : Value();
+    }
+    /// The same, for a truth value.
+    std::optional<bool> lastFlag(CVMAMessageID messageID, std::string_view key) {
+        const Value field = lastField(messageID, key);
+        const bool* const flag = field.asBoolean();
+        return flag != nullptr ? std::optional(*flag) : std::nullopt;
+    }
+    /// The same, for a text.
+    std::optional<std::string> lastText(CVMAMessageID messageID, std::string_view key) {
+        const Value field = lastField(messageID, key);
+        const std::string* const text = field.asString();
+        return text != nullptr ? std::optional(*text) : std::nullopt;
+    }
+    /// The same, for a URL.
+    std::optional<URL> lastURL(CVMAMessageID messageID, std::string_view key) {
+        const Value field = lastField(messageID, key);
+        const URL* const url = field.asURL();
+        return url != nullptr ? std::optional(*url) : std::nullopt;
+    }
+    /// The same, for a list of URLs; an element that is none is a failure of the test.
+    std::vector<URL> lastURLs(CVMAMessageID messageID, std::string_view key) {
+        const Value field = lastField(messageID, key);
+        const Array* const array = field.asArray();
+        EXPECT_NE(array, nullptr) << key;
+        std::vector<URL> urls;
+        for (const Value& element : array != nullptr ? array->elements : std::vector<Value>()) {
+            EXPECT_NE(element.asURL(), nullptr) << key;
+            if (const URL* const url = element.asURL()) {
+                urls.push_back(*url);
+            }
+        }
+        return urls;
+    }
+
+    /// Also writes log lines to standard error, each with "|" at its end, for the tests in which
+    /// the process dies.
+    void printLogLines() {
+        class PrintingService final : public LoggingService {
+            void log(std::string_view message, int /*level*/) override {
+                std::fprintf(stderr, "%.*s|\n", static_cast<int>(message.size()), message.data());
+            }
+        };
+        reporting_.addLoggingService(std::make_shared<PrintingService>());
     }
 
     static URL item(std::string_view nameInVolume) {

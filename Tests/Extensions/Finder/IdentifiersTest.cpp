@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 namespace corvid {
@@ -129,6 +131,19 @@ TEST(CVMABadgeID, EachLookUpOfAPictureMakesANewObject) {
 }
 
 TEST(Identifiers, HashByRawValue) {
+    for (const BadgeRow& row : kBadges) {
+        EXPECT_EQ(std::hash<CVMABadgeID>()(row.badge), std::hash<std::string_view>()(row.rawValue));
+    }
+    for (std::int32_t rawValue = 1; rawValue <= 12; ++rawValue) {
+        const auto message = CVMAMessageID::fromRawValue(rawValue);
+        ASSERT_TRUE(message);
+        EXPECT_EQ(std::hash<CVMAMessageID>()(*message), std::hash<std::int32_t>()(rawValue));
+    }
+    for (const CVMAMessagePortID port : {CVMAMessagePortID(CVMAMessagePortID::volumekeeper),
+                                         CVMAMessagePortID(CVMAMessagePortID::finderExtension)}) {
+        EXPECT_EQ(std::hash<CVMAMessagePortID>()(port),
+                  std::hash<std::string_view>()(port.rawValue()));
+    }
     EXPECT_EQ((std::unordered_set<CVMABadgeID>{CVMABadgeID::error, CVMABadgeID::error}).size(), 1U);
     EXPECT_EQ((std::unordered_set<CVMAMessageID>{CVMAMessageID::quit, CVMAMessageID::quit}).size(),
               1U);

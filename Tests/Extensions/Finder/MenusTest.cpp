@@ -19,20 +19,16 @@ protected:
 
     std::shared_ptr<Menu> menu() { return controller_->menu(FIMenuKind::contextualMenuForItems); }
 
-    bool operatingOnParent() {
+    std::optional<bool> operatingOnParent() {
         menu();
-        return *lastPayload(CVMAMessageID::requestActions)
-                    .asDictionary()
-                    ->find("operatingOnParent")
-                    ->asBoolean();
+        return lastFlag(CVMAMessageID::requestActions, "operatingOnParent");
     }
 
-    /// The menu item that the host got back at the last click.
+    /// The menu item that the host got back at the last click; an empty one for none.
     std::shared_ptr<MenuItem> performed() {
-        return lastPayload(CVMAMessageID::performAction)
-            .asDictionary()
-            ->find("action")
-            ->asMenuItem();
+        auto sent = lastField(CVMAMessageID::performAction, "action").asMenuItem();
+        EXPECT_NE(sent, nullptr);
+        return sent != nullptr ? sent : std::make_shared<MenuItem>();
     }
 
     void expectRewired(const MenuItem& menuItem) {
@@ -76,6 +72,9 @@ TEST_F(Menus, OperatesOnTheParentWhenTheFirstSelectedItemIsTheTarget) {
         {"the target selected first", folder, {*folder, *other}, true},
         {"the target selected second", folder, {*other, *folder}, false},
         {"another item selected", folder, {*other}, false},
+        // Compared as URLs, not by their paths, which are the same.
+        {"the target selected as if it were no folder", folder, {item("Folder")}, false},
+        {"a target that is no folder selected as if it were one", item("Folder"), {*folder}, false},
     };
     for (const Row& row : rows) {
         finder().setTargetedURL(row.targeted);
@@ -90,11 +89,8 @@ TEST_F(Menus, TheSelectionIsLoggedAndSent) {
     EXPECT_THAT(reporting_.messages(),
                 Contains("<UI> Requesting actions for items = [file:///Volumes/Corvid/a%20b.txt, "
                          "file:///Volumes/Corvid/c.txt] and is operatingOnParent = false"));
-    const Value payload = lastPayload(CVMAMessageID::requestActions);
-    const Array* paths = payload.asDictionary()->find("paths")->asArray();
-    ASSERT_EQ(paths->elements.size(), 2U);
-    EXPECT_EQ(*paths->elements[0].asURL(), item("a b.txt"));
-    EXPECT_EQ(*paths->elements[1].asURL(), item("c.txt"));
+    EXPECT_THAT(lastURLs(CVMAMessageID::requestActions, "paths"),
+                ElementsAre(item("a b.txt"), item("c.txt")));
 }
 
 TEST_F(Menus, AnEmptySelectionIsPassedOn) {
@@ -102,12 +98,7 @@ TEST_F(Menus, AnEmptySelectionIsPassedOn) {
     menu();
     EXPECT_THAT(reporting_.messages(),
                 Contains("<UI> Requesting actions for items = [] and is operatingOnParent = true"));
-    EXPECT_THAT(lastPayload(CVMAMessageID::requestActions)
-                    .asDictionary()
-                    ->find("paths")
-                    ->asArray()
-                    ->elements,
-                IsEmpty());
+    EXPECT_THAT(lastURLs(CVMAMessageID::requestActions, "paths"), IsEmpty());
 }
 
 TEST_F(Menus, AnEmptyOrMissingAnswerGivesAnEmptyMenu) {
@@ -191,9 +182,61 @@ TEST_F(Menus, AClickRestoresTheSelectorAndSendsTheItemWithTheSelection) {
     EXPECT_EQ(performed()->title, "Delete");
     EXPECT_EQ(performed()->tag, 6);
     EXPECT_EQ(performed()->action, Selector{"remove:"});
-    const Value payload = lastPayload(CVMAMessageID::performAction);
-    EXPECT_EQ(payload.asDictionary()->find("path")->asArray()->elements.size(), 2U);
-    EXPECT_EQ(payload.asDictionary()->find("paths"), nullptr);
+    EXPECT_THAT(lastURLs(CVMAMessageID::performAction, "path"),
+                ElementsAre(item("x.txt"), item("y z.txt")));
+}
+
+/// Notes what it is asked, in order; its answers are the fake's.
+class AskedFinder final : public FIFinderSyncController {
+public:
+    explicit AskedFinder(FakeFinderSyncController& fake) : fake_(fake) {}
+
+    void setDirectoryURLs(const std::vector<URL>& urls) override { fake_.setDirectoryURLs(urls); }
+    void setBadgeImage(std::shared_ptr<Image> image, const std::optional<std::string>& label,
+                       std::string_view identifier) override {
+        fake_.setBadgeImage(std::move(image), label, identifier);
+    }
+    void setBadgeIdentifier(std::string_view identifier, const URL& url) override {
+        fake_.setBadgeIdentifier(identifier, url);
+    }
+    std::optional<URL> targetedURL() override {
+        asked.emplace_back("targetedURL");
+        return fake_.targetedURL();
+    }
+    std::optional<std::vector<URL>> selectedItemURLs() override {
+        asked.emplace_back("selectedItemURLs");
+        return fake_.selectedItemURLs();
+    }
+
+    std::vector<std::string> asked;
+
+private:
+    FakeFinderSyncController& fake_;
+};
+
+TEST_F(Menus, TheTargetIsReadBeforeTheSelectionAndEachOnce) {
+    AskedFinder asked(finder());
+    FIFinderSyncController::setDefaultController(&asked);
+    menu();
+    EXPECT_THAT(asked.asked, ElementsAre("targetedURL", "selectedItemURLs"));
+    asked.asked.clear();
+    controller_->performAction(entry("Share", 5, "share:"));
+    EXPECT_THAT(asked.asked, ElementsAre("selectedItemURLs"));
+    FIFinderSyncController::setDefaultController(&finder());
+}
+
+TEST_F(Menus, SeparatorsAreMadeToComeBackLikeEveryOtherItem) {
+    hostAnswers(CVMAMessageID::requestActions,
+                menuReply({entry("Share", 1, "share:"), MenuItem::separator(),
+                           entry("More", 2, nullptr, {MenuItem::separator()})}));
+    const auto made = menu();
+    ASSERT_EQ(made->items.size(), 3U);
+    EXPECT_TRUE(made->items[1]->isSeparator);
+    expectRewired(*made->items[1]);
+    ASSERT_NE(made->items[2]->submenu, nullptr);
+    ASSERT_EQ(made->items[2]->submenu->items.size(), 1U);
+    EXPECT_TRUE(made->items[2]->submenu->items[0]->isSeparator);
+    expectRewired(*made->items[2]->submenu->items[0]);
 }
 
 TEST_F(Menus, AnItemOfAnOlderMenuStillFindsItsSelector) {
@@ -231,13 +274,7 @@ TEST_F(MenusDeath, AClickWithoutASelectionListStopsTheProcess) {
 }
 
 TEST_F(MenusDeath, TheLineBeforeTheStopHasNoList) {
-    // The line is written before the process stops; the dying process shows it.
-    class PrintingService final : public LoggingService {
-        void log(std::string_view message, int) override {
-            std::fprintf(stderr, "%.*s|\n", static_cast<int>(message.size()), message.data());
-        }
-    };
-    reporting_.addLoggingService(std::make_shared<PrintingService>());
+    printLogLines();
     finder().setSelectedItemURLs(std::nullopt);
     finder().setTargetedURL(std::nullopt);
     EXPECT_DEATH(menu(), "<UI> Requesting actions for items =  and is operatingOnParent = true\\|");

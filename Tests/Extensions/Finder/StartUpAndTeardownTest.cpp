@@ -1,3 +1,4 @@
+#include "App/Reporting/CVDDLog.h"
 #include "FinderFixture.h"
 
 #include <algorithm>
@@ -101,6 +102,59 @@ TEST_F(StartUpAndTeardown, RegistersEveryBadgeInOrder) {
                     "Partial identifier syncedpartial"));
 }
 
+TEST_F(StartUpAndTeardown, TheDefaultControllerIsFetchedAfreshForEveryBadge) {
+    /// Gives way to another after each badge.
+    class GivingWay final : public FIFinderSyncController {
+    public:
+        void setDirectoryURLs(const std::vector<URL>&) override {}
+        void setBadgeImage(std::shared_ptr<Image>, const std::optional<std::string>&,
+                           std::string_view identifier) override {
+            badges.emplace_back(identifier);
+            setDefaultController(other);
+        }
+        void setBadgeIdentifier(std::string_view, const URL&) override {}
+        std::optional<URL> targetedURL() override { return std::nullopt; }
+        std::optional<std::vector<URL>> selectedItemURLs() override { return std::nullopt; }
+
+        FIFinderSyncController* other = nullptr;
+        std::vector<std::string> badges;
+    };
+    GivingWay first;
+    GivingWay second;
+    first.other = &second;
+    second.other = &first;
+    FIFinderSyncController::setDefaultController(&first);
+    CVMAFinderSync::create().reset();
+    EXPECT_THAT(first.badges, ElementsAre("cloud", "checkedOut", "error", "synced"));
+    EXPECT_THAT(second.badges,
+                ElementsAre("inProgress", "finishedTransfer", "accessDenied", "syncedpartial"));
+    FIFinderSyncController::setDefaultController(&finder());
+}
+
+TEST_F(StartUpAndTeardown, LoggersGoAfterTheServiceAndOnlyWithAManager) {
+    /// Loggers are flushed when they are removed.
+    class NotingLogger final : public CVDDLogger {
+    public:
+        explicit NotingLogger(CallLog& log) : log_(log) {}
+        void logMessage(std::string_view, std::int32_t) override {}
+        void flush() override { log_.add("loggers are removed"); }
+        void writeQueuedInSignalHandler() noexcept override {}
+
+    private:
+        CallLog& log_;
+    };
+    CVDDLog::addLogger(std::make_shared<NotingLogger>(calls()), 31);
+    CVMAFinderSync::create().reset();
+    EXPECT_EQ(happened().back(), "removeLoggingService");
+
+    platform_.processInfo.setEnvironment("CVD_ENABLE_FINDER_EXT_LOGGING", "1");
+    CVMAFinderSync::create().reset();
+    const auto lines = happened();
+    const auto detached = std::find(lines.begin(), lines.end(), "removeLoggingService");
+    EXPECT_THAT(std::vector<std::string>(detached, lines.end()),
+                ElementsAre("removeLoggingService", "loggers are removed"));
+}
+
 TEST_F(StartUpAndTeardown, AMissingMenuIconIsNoError) {
     platform_.bundle.removeImage("MorrowFilesAppIcon");
     EXPECT_EQ(CVMAFinderSync::create()->menuIcon(), nullptr);
@@ -158,7 +212,7 @@ private:
 TEST_F(StartUpAndTeardown, OverridesHoldFromTheFirstStepToTheLast) {
     auto controller = CVMAFinderSync::create<Overriding>(calls());
     auto lines = happened();
-    EXPECT_THAT(lines, Contains("override loggingEnabled"));
+    EXPECT_THAT(lines, Contains("override loggingEnabled").Times(1));
     EXPECT_THAT(lines, Contains("override setLogFileManager"));
     EXPECT_THAT(lines, Contains("override setBadgeHandler"));
 

@@ -121,11 +121,11 @@ protected:
     /// One life of the extension, which ends after each sender has pushed `pushes` badges.
     void liveAndEnd(int pushes, bool isLogging) {
         const std::string state = folder_ / "state";
-        ChildProcess extension({std::string(CORVID_BIN_DIR) + "/corvid-finder-ext", "--volume",
-                                volume_},
-                               {{"HOME", folder_.path()},
-                                {"XDG_STATE_HOME", state},
-                                {"CVD_ENABLE_FINDER_EXT_LOGGING", isLogging ? "1" : "0"}});
+        ChildProcess extension(
+            {std::string(CORVID_BIN_DIR) + "/corvid-finder-ext", "--volume", volume_},
+            {{"HOME", folder_.path()},
+             {"XDG_STATE_HOME", state},
+             {"CVD_ENABLE_FINDER_EXT_LOGGING", isLogging ? "1" : "0"}});
         const std::string port = host_->nextPort();
         {
             BadgeSender one(platform_->messagePorts, port, "one.txt", std::nullopt);
