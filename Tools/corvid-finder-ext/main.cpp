@@ -25,6 +25,7 @@
 #include "Platform/Unix/UnixProcessInfo.h"
 #include "Platform/Unix/UnixSystemLog.h"
 #include "Platform/Unix/VolumeFile.h"
+#include "StandardStreams.h"
 #include "StartReport.h"
 #include "Tools/Support/CommandLine.h"
 #include "Tools/Support/VolumePath.h"
@@ -62,8 +63,6 @@ void handleSignals() {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         ::sigaction(signal, &stop, nullptr);
     }
-    // A front end or a terminal that goes away shows as an error where it is written to.
-    ::signal(SIGPIPE, SIG_IGN);
 }
 
 /// Follows what the host application does outside of its port's messages: its coming and going,
@@ -74,42 +73,88 @@ public:
     HostFollower(const RuntimeFolder& folder, link::LinkServer& server,
                  VolumeFile::Publication& publication, bool isVolumeFixed)
         : server_(server), publication_(publication), isVolumeFixed_(isVolumeFixed),
-          hostPort_(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue()),
-          process_(findHost(folder)),
+          hostPort_(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue()), folder_(folder),
+          host_(greetHost()), process_(processOf(host_)),
           queue_(platform().dispatch.serialQueue("com.corvid.finder-ext.host")),
           ports_(folder, hostPort_, queue_,
                  [this](const LivePort& port, bool isAlive) { portChanged(port, isAlive); }),
           volume_(VolumeFile::ofHost(folder).watch(
-              queue_, [this](const auto& published) { volumeChanged(published); })) {}
+              queue_, [this](const auto& published) { volumeChanged(published); })) {
+        // After the watcher has looked, which never tells of a host that ended before it did.
+        queue_.async([this] { dropHostThatHasGone(); });
+    }
 
-    /// 0 when there is none.
+    /// 0 when there is none, and when it is too busy to say who it is.
     std::uint32_t process() const { return process_; }
 
 private:
-    /// The host that is there already: a front end must not be told that there is none until the
-    /// watcher has looked.
-    std::uint32_t findHost(const RuntimeFolder& folder) {
-        for (const LivePort& port : PortFolder(folder).livePorts(hostPort_)) {
+    static std::uint32_t processOf(const std::optional<LivePort>& host) {
+        return host ? static_cast<std::uint32_t>(host->process) : 0;
+    }
+
+    /// The host that is there already.
+    std::optional<LivePort> findHost() const {
+        for (const LivePort& port : PortFolder(folder_).livePorts(hostPort_)) {
             if (port.name == hostPort_) {
-                server_.finder().hostAppeared();
-                return static_cast<std::uint32_t>(port.process);
+                return port;
             }
         }
-        return 0;
+        return std::nullopt;
+    }
+
+    /// A front end must not be told that there is none until the watcher has looked.
+    std::optional<LivePort> greetHost() {
+        const std::optional<LivePort> host = findHost();
+        if (host) {
+            server_.finder().hostAppeared();
+        }
+        return host;
+    }
+
+    void dropHostThatHasGone() {
+        const std::optional<LivePort> host = findHost();
+        if (host_ && !(host && isSame(*host, *host_))) {
+            setHost(std::nullopt);
+        }
     }
 
     void portChanged(const LivePort& port, bool isAlive) {
         if (port.name != hostPort_) {
             return;
         }
-        const std::uint32_t process = isAlive ? static_cast<std::uint32_t>(port.process) : 0;
-        if (process_.exchange(process) == process) {
-            return;
+        if (isAlive) {
+            setHost(port);
+        } else if (host_ && isSame(*host_, port)) {
+            setHost(std::nullopt);
         }
-        isAlive ? server_.finder().hostAppeared() : server_.finder().hostVanished();
+    }
+
+    /// A host that has no room for one more connection does not say which process it is.
+    static bool isSame(const LivePort& a, const LivePort& b) {
+        return a.since == b.since && (a.process == b.process || a.process == 0 || b.process == 0);
+    }
+
+    void setHost(std::optional<LivePort> host) {
+        if (host && host_ && isSame(*host, *host_)) {
+            if (host->process == 0) {
+                return;
+            }
+        } else {
+            if (host_) {
+                server_.finder().hostVanished();
+            }
+            if (host) {
+                server_.finder().hostAppeared();
+            }
+        }
+        host_ = host;
+        process_ = processOf(host_);
     }
 
     void volumeChanged(const std::optional<PublishedVolume>& published) {
+        if (!published && host_ && host_->process == 0) {
+            dropHostThatHasGone(); // of whose end nobody tells the watcher
+        }
         const auto volume = published ? VolumeMapping::make(published->folder) : std::nullopt;
         const std::string ours = server_.finder().volume().localFolder();
         std::string problem;
@@ -129,6 +174,8 @@ private:
     VolumeFile::Publication& publication_;
     const bool isVolumeFixed_;
     const std::string hostPort_;
+    const RuntimeFolder folder_;
+    std::optional<LivePort> host_; ///< on the queue
     std::atomic<std::uint32_t> process_;
     DispatchQueue& queue_;
     // Last: they call the rest.
@@ -262,6 +309,7 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
 
 int main(int argc, char** argv) {
     using namespace corvid;
+    prepareStandardStreams();
     CommandLine commandLine("The extension's process: asks the host application for badges and "
                             "menus and serves file managers and the corvid command. They start it "
                             "by themselves.",

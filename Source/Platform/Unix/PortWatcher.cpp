@@ -9,8 +9,15 @@ namespace {
 
 bool contains(const std::vector<LivePort>& ports, const LivePort& port) {
     return std::any_of(ports.begin(), ports.end(), [&](const LivePort& candidate) {
-        return candidate.name == port.name && candidate.process == port.process &&
-               candidate.since == port.since;
+        return candidate.name == port.name && candidate.since == port.since &&
+               (candidate.process == port.process || candidate.process == 0 || port.process == 0);
+    });
+}
+
+bool isKnown(const std::vector<LivePort>& ports, const LivePort& port) {
+    return std::any_of(ports.begin(), ports.end(), [&](const LivePort& candidate) {
+        return candidate.name == port.name && candidate.since == port.since &&
+               candidate.process == port.process;
     });
 }
 
@@ -48,7 +55,7 @@ void PortWatcher::look() {
         }
     }
     for (const LivePort& port : now) {
-        if (!contains(before, port)) {
+        if (!isKnown(before, port)) {
             callback_(port, true);
         }
     }

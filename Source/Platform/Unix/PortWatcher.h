@@ -13,7 +13,8 @@ namespace corvid {
 class PortWatcher {
 public:
     /// A port whose name begins with the prefix appeared or (`isAlive` false) vanished. One that
-    /// changed owners between two looks vanishes and appears.
+    /// changed owners between two looks vanishes and appears. One whose owner could not be asked
+    /// who it is, since it hangs, appears once more when it could.
     using Callback = std::function<void(const LivePort& port, bool isAlive)>;
 
     /// Calls `callback` on `queue`, which is one of UnixDispatch and outlives the watcher; soon

@@ -138,6 +138,30 @@ TEST_F(WatcherTest, knowsAnOwnerThatHangsUntilItDies) {
     EXPECT_EQ(told_.next(), "hung -");
 }
 
+TEST_F(WatcherTest, anOwnerThatCanBeAskedAtLastHasNotVanished) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    ChildProcess peer({CORVID_PORT_PEER, "serve", "busy"});
+    ASSERT_EQ(peer.readLine(), "ready");
+    peer.signal(SIGSTOP);
+    PortFolder ports(folder());
+    std::vector<PortFolder::Connection> queued;
+    do {
+        queued.push_back(ports.connect("busy", std::nullopt));
+        ASSERT_LT(queued.size(), 1000U);
+    } while (queued.back().result == PortFolder::ConnectResult::connected);
+    const auto watcher = watchPorts("");
+    EXPECT_EQ(told_.next(), "busy +");
+    peer.signal(SIGCONT);
+    queued.clear();
+    ASSERT_EQ(ports.connect("busy", Deadline(30s)).result, PortFolder::ConnectResult::connected);
+    const auto other = open(service, "other");
+    EXPECT_EQ(told_.next(), "busy +"); // and who it is
+    EXPECT_EQ(told_.next(), "other +");
+    peer.signal(SIGKILL);
+    EXPECT_EQ(told_.next(), "busy -");
+}
+
 TEST_F(WatcherTest, mayEndAtAnyMoment) {
     makeRun();
     UnixMessagePortService service(folder());
