@@ -10,11 +10,13 @@
 #include "Extensions/FileManagers/Link/SendMonitor.h"
 #include "Extensions/Finder/CVMAFinderSync.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
+#include "LinkSocket.h"
 #include "Platform/Interfaces/Platform.h"
 #include "Platform/Unix/FatalSignals.h"
 #include "Platform/Unix/PortFolder.h"
 #include "Platform/Unix/PortWatcher.h"
 #include "Platform/Unix/RuntimeFolder.h"
+#include "Platform/Unix/RuntimeKeeper.h"
 #include "Platform/Unix/UnixBundle.h"
 #include "Platform/Unix/UnixClock.h"
 #include "Platform/Unix/UnixDispatch.h"
@@ -29,11 +31,9 @@
 #include "VolumeChoice.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -82,6 +82,17 @@ public:
     /// 0 when there is none.
     std::uint32_t process() const { return process_; }
 
+    DispatchQueue& queue() { return queue_; }
+
+    /// What is wrong in the runtime folder; empty for nothing. On the queue.
+    void setFolderProblem(const std::string& problem) {
+        if (!problem.empty()) {
+            std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
+        }
+        folderProblem_ = problem;
+        tellProblems();
+    }
+
 private:
     /// The host that is there already: a front end must not be told that there is none until the
     /// watcher has looked.
@@ -119,7 +130,13 @@ private:
         if (!problem.empty()) {
             std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
         }
-        server_.setProblem(problem);
+        volumeProblem_ = problem;
+        tellProblems();
+    }
+
+    void tellProblems() {
+        const bool isBoth = !volumeProblem_.empty() && !folderProblem_.empty();
+        server_.setProblem(volumeProblem_ + (isBoth ? " " : "") + folderProblem_);
     }
 
     link::LinkServer& server_;
@@ -128,6 +145,8 @@ private:
     const std::string hostPort_;
     std::atomic<std::uint32_t> process_;
     DispatchQueue& queue_;
+    std::string volumeProblem_;
+    std::string folderProblem_;
     // Last: they call the rest.
     PortWatcher ports_;
     std::unique_ptr<VolumeFile::Watcher> volume_;
@@ -155,6 +174,16 @@ std::variant<VolumeChoice, std::string> findVolume(const std::optional<std::stri
         }
     }
     return choice;
+}
+
+std::string keepLinkSocket(LinkSocket& socket, link::LinkServer& server) {
+    std::string problem;
+    if (!socket.isInPlace()) {
+        if (OwnedFd listener = socket.open(problem)) {
+            server.listenAt(std::move(listener));
+        }
+    }
+    return problem;
 }
 
 int failed(StartReport& report, const std::string& problem) {
@@ -206,13 +235,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         return failed(report, published.problem);
     }
 
-    const RuntimeFolder::Opened opened = folder.open(RuntimeFolder::IfMissing::create);
-    OwnedFd listener = opened.fd ? link::listenIn(opened.fd.get()) : OwnedFd();
+    LinkSocket linkSocket(folder);
+    std::string linkProblem;
+    OwnedFd listener = linkSocket.open(linkProblem);
     if (!listener) {
-        return failed(report, !opened.problem.empty()
-                                  ? opened.problem
-                                  : "No socket can be made in " + printableText(folder.path()) +
-                                        ": " + std::strerror(errno) + ".");
+        return failed(report, linkProblem);
     }
 
     link::LinkServer server(std::move(listener), volume, monitor, clock,
@@ -224,7 +251,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         server.stop();
     }
     {
-        const HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        const RuntimeKeeper keeper(
+            ports.portFolder(), *published.publication, host.queue(),
+            {[&] { return keepLinkSocket(linkSocket, server); }, [&] { server.stop(); },
+             [&](const std::string& problem) { host.setFolderProblem(problem); }});
         server.setHostProcess([&host] { return host.process(); });
         server.finder().start([] { return CVMAFinderSync::create(); });
         report.ready();
@@ -233,7 +264,7 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         server.run();
     }
     // From here on front ends find nobody, and the extension is taken down in its order.
-    ::unlinkat(opened.fd.get(), link::kSocketName, 0);
+    linkSocket.remove();
     server.finder().stop();
 
     serverToStop = nullptr;
