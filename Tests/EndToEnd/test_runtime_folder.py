@@ -1,10 +1,12 @@
 """Somebody removes what the programs have in the runtime folder: badges work again."""
 
 import os
+import resource
 import shutil
 import signal
 import time
 import unittest
+from pathlib import Path
 
 from world import PATIENCE, World
 
@@ -63,6 +65,32 @@ class RuntimeFolder(unittest.TestCase):
         self.assertEqual(self.host.end(), 0)
         self.assertEqual(self.extension.end(), 0)
         self.assertEqual(sorted(path.name for path in self.folder.rglob("*")), ["ports"])
+
+    def without_descriptors(self, program, act):
+        """Does something while the program can open nothing, and has it look at the folder."""
+        pid = program.process.pid
+        before = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (3, before[1]))
+        act()
+        looked_at = self.folder / "ports" / ".looked-at"
+        looked_at.touch()
+        looked_at.unlink()
+        # It has looked when it waits again.
+        end = time.monotonic() + PATIENCE
+        while not all(Path(f"/proc/{pid}/task/{task}/stat").read_text().rpartition(")")[2].split()[0]
+                      == "S" for task in os.listdir(f"/proc/{pid}/task")):
+            self.assertLess(time.monotonic(), end)
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, before)
+
+    def test_no_descriptors_for_a_while(self):
+        watch = self.world.watch()
+        self.without_descriptors(self.extension, lambda: self.world.change("a.txt"))
+        watch.wait_for("push", name="a.txt", badge="inProgress")
+        self.await_badges("inProgress")
+        self.without_descriptors(self.host, lambda: None)
+        self.world.git("checkout", "--", "a.txt")
+        watch.wait_for("push", name="a.txt", badge="synced")
+        self.await_badges("synced")
 
     def test_second_host_while_the_first_was_away(self):
         self.host.process.send_signal(signal.SIGSTOP)
