@@ -11,12 +11,14 @@
 #include "Extensions/FileManagers/Link/SendMonitor.h"
 #include "Extensions/Finder/CVMAFinderSync.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
+#include "LinkSocket.h"
 #include "Platform/Interfaces/Platform.h"
 #include "Platform/Unix/ExitDeadline.h"
 #include "Platform/Unix/FatalSignals.h"
 #include "Platform/Unix/PortFolder.h"
 #include "Platform/Unix/PortWatcher.h"
 #include "Platform/Unix/RuntimeFolder.h"
+#include "Platform/Unix/RuntimeKeeper.h"
 #include "Platform/Unix/UnixBundle.h"
 #include "Platform/Unix/UnixClock.h"
 #include "Platform/Unix/UnixDispatch.h"
@@ -32,11 +34,9 @@
 #include "VolumeChoice.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -86,6 +86,17 @@ public:
 
     /// 0 when there is none, and when it is too busy to say who it is.
     std::uint32_t process() const { return process_; }
+
+    DispatchQueue& queue() { return queue_; }
+
+    /// What is wrong in the runtime folder; empty for nothing. On the queue.
+    void setFolderProblem(const std::string& problem) {
+        if (!problem.empty()) {
+            std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
+        }
+        folderProblem_ = problem;
+        tellProblems();
+    }
 
 private:
     static std::uint32_t processOf(const std::optional<LivePort>& host) {
@@ -167,7 +178,13 @@ private:
         if (!problem.empty()) {
             std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
         }
-        server_.setProblem(problem);
+        volumeProblem_ = problem;
+        tellProblems();
+    }
+
+    void tellProblems() {
+        const bool isBoth = !volumeProblem_.empty() && !folderProblem_.empty();
+        server_.setProblem(volumeProblem_ + (isBoth ? " " : "") + folderProblem_);
     }
 
     link::LinkServer& server_;
@@ -178,6 +195,8 @@ private:
     std::optional<LivePort> host_; ///< on the queue
     std::atomic<std::uint32_t> process_;
     DispatchQueue& queue_;
+    std::string volumeProblem_;
+    std::string folderProblem_;
     // Last: they call the rest.
     PortWatcher ports_;
     std::unique_ptr<VolumeFile::Watcher> volume_;
@@ -213,6 +232,16 @@ std::shared_ptr<CVMAFinderSync> createController() {
         std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
     }
     return controller;
+}
+
+std::string keepLinkSocket(LinkSocket& socket, link::LinkServer& server) {
+    std::string problem;
+    if (!socket.isInPlace()) {
+        if (OwnedFd listener = socket.open(problem)) {
+            server.listenAt(std::move(listener));
+        }
+    }
+    return problem;
 }
 
 int failed(StartReport& report, const std::string& problem) {
@@ -268,13 +297,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         return failed(report, published.problem);
     }
 
-    const RuntimeFolder::Opened opened = folder.open(RuntimeFolder::IfMissing::create);
-    OwnedFd listener = opened.fd ? link::listenIn(opened.fd.get()) : OwnedFd();
+    LinkSocket linkSocket(folder);
+    std::string linkProblem;
+    OwnedFd listener = linkSocket.open(linkProblem);
     if (!listener) {
-        return failed(report, !opened.problem.empty()
-                                  ? opened.problem
-                                  : "No socket can be made in " + printableText(folder.path()) +
-                                        ": " + std::strerror(errno) + ".");
+        return failed(report, linkProblem);
     }
 
     link::LinkServer server(std::move(listener), volume, monitor, clock,
@@ -286,7 +313,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         server.stop();
     }
     {
-        const HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        const RuntimeKeeper keeper(
+            ports.portFolder(), *published.publication, host.queue(),
+            {[&] { return keepLinkSocket(linkSocket, server); }, [&] { server.stop(); },
+             [&](const std::string& problem) { host.setFolderProblem(problem); }});
         server.setHostProcess([&host] { return host.process(); });
         server.finder().start(createController);
         report.ready();
@@ -296,7 +327,7 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
     }
     ExitDeadline::arm(EXIT_SUCCESS);
     // From here on front ends find nobody, and the extension is taken down in its order.
-    ::unlinkat(opened.fd.get(), link::kSocketName, 0);
+    linkSocket.remove();
     server.finder().stop();
 
     serverToStop = nullptr;

@@ -32,6 +32,15 @@ void keepProcesses(std::vector<LivePort>& ports, const std::vector<LivePort>& be
     }
 }
 
+void keepUnseen(std::vector<LivePort>& ports, const std::vector<LivePort>& before) {
+    for (const LivePort& earlier : before) {
+        if (std::none_of(ports.begin(), ports.end(),
+                         [&](const LivePort& port) { return port.name == earlier.name; })) {
+            ports.push_back(earlier);
+        }
+    }
+}
+
 } // namespace
 
 PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue& queue,
@@ -40,8 +49,13 @@ PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue
       watcher_(std::move(folder), queue, [this] { look(); }) {}
 
 void PortWatcher::look() {
-    const std::vector<LivePort> before = std::exchange(known_, folder_.livePorts(prefix_));
+    PortFolder::Listing listing = folder_.list(prefix_);
+    const std::vector<LivePort> before = std::exchange(known_, std::move(listing.ports));
     keepProcesses(known_, before);
+    if (!listing.problem.empty()) {
+        keepUnseen(known_, before);
+        watcher_.lookAgain();
+    }
     const std::vector<LivePort> now = known_;
     std::vector<pid_t> owners;
     owners.reserve(now.size());

@@ -9,7 +9,9 @@
 
 namespace corvid {
 
-/// Tells when ports appear and vanish, also when their owner is killed. Nothing is polled.
+/// Tells when ports appear and vanish, also when their owner is killed. What FolderWatcher says of
+/// polling holds here. While it cannot be found out which ports live, for want of descriptors say,
+/// those that are known stay, and another look follows within FolderWatcher::kLookInterval.
 class PortWatcher {
 public:
     /// A port whose name begins with the prefix appeared or (`isAlive` false) vanished. One that

@@ -50,22 +50,12 @@ SendMonitor::Figures SendMonitor::figures() const {
 
 MessagePortRef SendMonitor::createRemote(std::string_view name) {
     MessagePortRef remote = service_.createRemote(name);
-    if (remote != nullptr) {
-        return remote;
+    if (remote == nullptr) {
+        // A host that cannot be reached now, for want of descriptors say, is asked again.
+        const bool isGone = service_.presenceOf(name).state == PortPresence::State::gone;
+        outcomeOfThread = isGone ? SendOutcome::hostAbsent : SendOutcome::failed;
     }
-    // What cannot be reached for want of descriptors has to be asked again: nobody will come.
-    PortPresence presence = service_.presenceOf(name);
-    if (presence.state == PortPresence::State::gone) {
-        outcomeOfThread = SendOutcome::hostAbsent;
-        return nullptr;
-    }
-    outcomeOfThread = SendOutcome::failed;
-    if (presence.state == PortPresence::State::unknown) {
-        const MutexLock lock(mutex_);
-        figures_.lastFailure = "The host application cannot be reached: " + presence.problem + ".";
-        figures_.lastFailureTime = clock_.monotonicNow();
-    }
-    return nullptr;
+    return remote;
 }
 
 PortPresence SendMonitor::presenceOf(std::string_view name) {
