@@ -39,7 +39,7 @@ bool PathPattern::matches(std::string_view path) const {
     };
     skipEmpty(next);
     for (const char c : path) {
-        std::ranges::fill(then, false);
+        std::fill(then.begin(), then.end(), false);
         bool isAlive = false;
         for (std::size_t i = 0; i < parts_.size(); ++i) {
             if (next[i] && parts_[i].takes(c)) {
