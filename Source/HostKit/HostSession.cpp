@@ -48,13 +48,14 @@ constexpr CVMAMessagePortID kExtensionPorts(CVMAMessagePortID::finderExtension);
 } // namespace
 
 HostSession::HostSession(const std::string& folder, Application& application,
-                         MessagePortService& ports, const PortFolder& portFolder)
+                         MessagePortService& ports, PortFolder& portFolder)
     : portFolder_(portFolder), dispatch_(std::make_unique<UnixDispatch>()),
       queue_(dynamic_cast<UnixDispatchQueue&>(dispatch_->serialQueue("Corvid.HostKit"))),
       watchQueue_(dispatch_->serialQueue("Corvid.HostKit.watch")),
       service_(mappingTo(folder), application, ports, queue_) {}
 
 HostSession::~HostSession() {
+    keeper_.reset();
     volumeWatcher_.reset();
     portWatcher_.reset();
     service_.close();
@@ -92,6 +93,13 @@ void HostSession::open() {
                 queue_.async([this, problem = *fault] { service_.problem(problem); });
             }
         });
+    RuntimeKeeper::Owner owner;
+    owner.tell = [this](const std::string& problem) {
+        if (!problem.empty()) {
+            queue_.async([this, problem] { service_.problem(problem); });
+        }
+    };
+    keeper_ = std::make_unique<RuntimeKeeper>(portFolder_, *volume_, watchQueue_, std::move(owner));
 }
 
 void HostSession::publishVolume() {

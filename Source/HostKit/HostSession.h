@@ -3,6 +3,7 @@
 #include "HostKit/HostService.h"
 #include "Platform/Unix/PortFolder.h"
 #include "Platform/Unix/PortWatcher.h"
+#include "Platform/Unix/RuntimeKeeper.h"
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/VolumeFile.h"
 
@@ -21,7 +22,7 @@ public:
     /// it keeps the names; both are not owned, nor is `application`. Throws Error when there is no
     /// such folder.
     HostSession(const std::string& folder, Application& application, MessagePortService& ports,
-                const PortFolder& portFolder);
+                PortFolder& portFolder);
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
@@ -36,7 +37,7 @@ public:
 private:
     void publishVolume();
 
-    const PortFolder& portFolder_;
+    PortFolder& portFolder_;
     std::unique_ptr<UnixDispatch> dispatch_;
     UnixDispatchQueue& queue_;
     DispatchQueue& watchQueue_; ///< that queue_ has one thing to wait for, which is quickest
@@ -44,6 +45,7 @@ private:
     std::unique_ptr<VolumeFile::Publication> volume_;
     std::unique_ptr<PortWatcher> portWatcher_;
     std::unique_ptr<VolumeFile::Watcher> volumeWatcher_;
+    std::unique_ptr<RuntimeKeeper> keeper_;
 };
 
 } // namespace corvid::hostkit

@@ -4,7 +4,8 @@ import os
 import subprocess
 import unittest
 
-# Nobody's child, so that it outlives a test that is killed with all its children. It waits for the
+# Nobody's child and without the mark of the test's processes, so that it outlives a test that is
+# killed with all that it started. It waits for the
 # end of its standard input, which is the test's, and thaws then; after two minutes in any case.
 GUARD = """
 timeout 120 cat
@@ -28,8 +29,8 @@ class FrozenDisk:
         self._run("mount", "-o", "loop", image, self.folder)
         self.folder.chmod(0o777)
         self.guard = subprocess.Popen(
-            ["setsid", "--fork", "sh", "-c", GUARD, self.folder], stdin=subprocess.PIPE,
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            ["setsid", "--fork", "sh", "-c", GUARD, self.folder], env={"PATH": os.environ["PATH"]},
+            stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.guard.wait()
 
     @staticmethod

@@ -1,7 +1,10 @@
 """An extension that hangs, at its start or later, and one whose start goes wrong: the commands end
 when their time-out says, and the extension itself serves whatever becomes of its output."""
 
+import ctypes
+import errno
 import os
+import select
 import shutil
 import signal
 import socket
@@ -168,6 +171,203 @@ class ExtensionThatHangs(unittest.TestCase):
         for command in (("status",), ("menu", "a.txt"), ("ls",)):
             self.world.run("corvid", *command, "--timeout", "1", status=1)
         self.assertLess(time.monotonic() - begin, 3 * (1 + SLACK))
+
+
+def fill(pipe):
+    """Has the next byte that is written to a pipe wait for a reader."""
+    os.set_blocking(pipe, False)
+    for size in (4096, 1):
+        try:
+            while True:
+                os.write(pipe, bytes(size))
+        except BlockingIOError:
+            pass
+    os.set_blocking(pipe, True)
+
+
+class Filter(ctypes.Structure):
+    _fields_ = [("code", ctypes.c_ushort), ("yes", ctypes.c_ubyte), ("no", ctypes.c_ubyte),
+                ("value", ctypes.c_uint)]
+
+
+class Filters(ctypes.Structure):
+    _fields_ = [("count", ctypes.c_ushort), ("filters", ctypes.POINTER(Filter))]
+
+
+def have_no_children():
+    """From now on this process, and what it becomes, can have threads but no child."""
+    clone = {"x86_64": 56, "aarch64": 220}[os.uname().machine]
+    thread, refuse, allow = 0x10000, 0x50000 | errno.EAGAIN, 0x7fff0000
+    lines = [(0x20, 0, 0, 0), (0x15, 0, 2, clone),  # the call's number
+             (0x20, 0, 0, 16), (0x45, 0, 1, thread),  # its flags
+             (0x06, 0, 0, allow), (0x06, 0, 0, refuse)]
+    filters = (Filter * len(lines))(*lines)
+    libc = ctypes.CDLL(None, use_errno=True)
+    libc.prctl(38, 1, 0, 0, 0)  # PR_SET_NO_NEW_PRIVS
+    if libc.prctl(22, 2, ctypes.byref(Filters(len(lines), filters)), 0, 0) != 0:  # PR_SET_SECCOMP
+        raise OSError(ctypes.get_errno(), "no filter for system calls")
+
+
+class StartOfTheExtension(unittest.TestCase):
+    def setUp(self):
+        self.world = World()
+        self.addCleanup(self.world.close)
+        self.world.commit("a.txt")
+        self.open = set()
+
+    def pipe(self):
+        ends = os.pipe()
+        for end in ends:
+            self.open.add(end)
+            self.addCleanup(self.close, end)
+        return ends
+
+    def close(self, descriptor):
+        if descriptor in self.open:
+            self.open.remove(descriptor)
+            os.close(descriptor)
+
+    def start(self, report, **streams):
+        """Starts the extension as a front end does, and waits for the process that does so."""
+        process = subprocess.Popen(
+            [PROGRAMS / "corvid-finder-ext", "--background", str(report)],
+            env=self.world.environment, cwd=self.world.volume, stdin=subprocess.DEVNULL,
+            pass_fds=[report], **streams)
+        self.addCleanup(process.kill)
+        return process
+
+    def read(self, descriptor):
+        """All that comes until nobody has the other end any more."""
+        text = b""
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            ready, _, _ = select.select([descriptor], [], [], max(0, deadline - time.monotonic()))
+            self.assertTrue(ready, f"nothing more was said after {text}")
+            more = os.read(descriptor, 4096)
+            if not more:
+                return text.decode()
+            text += more
+
+    def check_serves(self):
+        self.assertEqual(self.world.run("corvid", "ls", "--no-start").split(), ["Cloud", "a.txt"])
+        return self.world.status()["extension"]["pid"]
+
+    def test_no_process_can_be_made(self):
+        reading, writing = self.pipe()
+        process = self.start(writing, preexec_fn=have_no_children)
+        self.close(writing)
+        self.assertIn("cannot go on in the background: Resource temporarily unavailable",
+                      self.read(reading))
+        self.assertEqual(process.wait(PATIENCE), 1)
+        self.assertEqual(self.world.ports(), [])
+
+    def test_whoever_started_it_has_gone(self):
+        reading, writing = self.pipe()
+        said, saying = self.pipe()
+        self.close(reading)
+        process = self.start(writing, stdout=saying)
+        self.assertEqual(process.wait(PATIENCE), 0)
+        self.assertEqual(os.read(said, 4096).decode(),
+                         f"Serving the volume {self.world.volume}.\n")
+        self.check_serves()
+
+    def test_whoever_started_it_does_not_listen(self):
+        _, writing = self.pipe()
+        said, saying = self.pipe()
+        fill(writing)
+        self.start(writing, stdout=saying)
+        self.assertTrue(select.select([said], [], [], PATIENCE)[0])
+        self.check_serves()
+
+    def test_nobody_reads_its_output(self):
+        reading, writing = self.pipe()
+        _, full = self.pipe()
+        fill(full)
+        self.start(writing, stdout=full, stderr=full)
+        self.close(writing)
+        self.assertEqual(self.read(reading), "ready")
+        self.check_serves()
+        # Whoever shares the pipe still waits when it is full.
+        self.assertTrue(os.get_blocking(full))
+        host = self.world.host()
+        host.wait_for("extension", open=True)
+        self.assertEqual(self.world.badges(), {"a.txt": "synced"})
+
+    def test_its_output_is_closed(self):
+        reading, writing = self.pipe()
+
+        def close_all():
+            for descriptor in range(3):
+                os.close(descriptor)
+
+        self.start(writing, preexec_fn=close_all)
+        self.close(writing)
+        self.assertEqual(self.read(reading), "ready")
+        process = self.check_serves()
+        for descriptor in range(3):
+            self.assertEqual(os.readlink(f"/proc/{process}/fd/{descriptor}"), "/dev/null")
+
+    def test_descriptor_that_is_not_open(self):
+        text = self.world.run("corvid-finder-ext", "--background", "77", status=2)
+        self.assertIn("--background 77 names no open descriptor", text)
+
+
+class HostThatIsFull(unittest.TestCase):
+    """A host that hangs and has no room for one more connection: nobody can ask who it is."""
+
+    PORT = "com.corvid.desktop.widget"
+
+    def setUp(self):
+        self.world = World()
+        self.addCleanup(self.world.close)
+        self.world.commit("a.txt")
+        self.ports = self.world.runtime / "ports"
+        self.ports.mkdir(mode=0o700, parents=True)
+        self.world.runtime.chmod(0o700)
+
+    def host(self):
+        listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(listener.close)
+        path = self.ports / ".new"
+        listener.bind(str(path))
+        listener.listen(0)
+        while True:
+            one = socket.socket(socket.AF_UNIX)
+            one.setblocking(False)
+            self.addCleanup(one.close)
+            try:
+                one.connect(str(path))
+            except BlockingIOError:
+                break
+        path.rename(self.ports / self.PORT)
+        return listener
+
+    def test_counts_as_there_and_its_successor_is_noticed(self):
+        self.host()
+        self.world.start("corvid-finder-ext").wait_for("line")
+        self.assertNotEqual(self.world.status()["host"]["state"], "absent")
+        watch = self.world.watch()
+        if self.world.status()["host"]["state"] != "notAnswering":
+            watch.wait_for("state", host="notAnswering")
+        self.host()
+        watch.wait_for("state", host="present")
+
+    def test_end_of_a_host_that_was_full(self):
+        host = self.world.host()
+        host.process.send_signal(signal.SIGSTOP)
+        while True:
+            one = socket.socket(socket.AF_UNIX)
+            one.setblocking(False)
+            self.addCleanup(one.close)
+            try:
+                one.connect(str(self.ports / self.PORT))
+            except BlockingIOError:
+                break
+        self.world.start("corvid-finder-ext").wait_for("line")
+        watch = self.world.watch()
+        self.assertNotEqual(self.world.status()["host"]["state"], "absent")
+        host.end(signal.SIGKILL)
+        watch.wait_for("state", host="absent")
 
 
 if __name__ == "__main__":

@@ -44,8 +44,15 @@ public:
 
     const std::string& name() const { return name_; }
 
-    bool registerPort(bool isOpen = true) {
-        return tell(5, {{"portId", Value::string(name_)}, {"register", Value::boolean(isOpen)}});
+    bool registerPort(bool isOpen = true) { return registerPort(name_, isOpen); }
+    /// Any name.
+    bool registerPort(const std::string& name, bool isOpen) {
+        return tell(5, {{"portId", Value::string(name)}, {"register", Value::boolean(isOpen)}});
+    }
+    /// Any message; nothing when there was no answer.
+    std::optional<Bytes> sendBytes(std::int32_t id, const Bytes& bytes, bool wantsReply) {
+        return sendArchive(id, bytes,
+                           wantsReply ? std::optional(kReplyMode) : std::nullopt);
     }
     /// True once the host has taken it in: it answers in the order in which it is told.
     bool show(const std::string& item, bool isShown = true) {
@@ -104,16 +111,21 @@ private:
         return Value::array(std::move(values));
     }
 
+    static constexpr std::string_view kReplyMode = "com.corvid.desktop.widget.replymode";
+
     std::optional<Bytes> send(std::int32_t id, std::vector<std::pair<std::string, Value>> payload,
                               std::optional<std::string_view> replyMode) {
+        return sendArchive(id, archivedData(Value::dictionary(std::move(payload))), replyMode);
+    }
+    std::optional<Bytes> sendArchive(std::int32_t id, const Bytes& archive,
+                                     std::optional<std::string_view> replyMode) {
         const MessagePortRef host = ports_.createRemote("com.corvid.desktop.widget");
         status_ = SendStatus::isInvalid;
         std::optional<Bytes> reply;
         if (host) {
             constexpr std::chrono::seconds kTimeout(1);
             status_ =
-                ports_.sendRequest(*host, id, archivedData(Value::dictionary(std::move(payload))),
-                                   kTimeout, kTimeout, replyMode, &reply);
+                ports_.sendRequest(*host, id, archive, kTimeout, kTimeout, replyMode, &reply);
         }
         return reply;
     }
@@ -122,7 +134,7 @@ private:
         return status_ == SendStatus::success;
     }
     std::optional<Value> ask(std::int32_t id, std::vector<std::pair<std::string, Value>> payload) {
-        const auto reply = send(id, std::move(payload), "com.corvid.desktop.widget.replymode");
+        const auto reply = send(id, std::move(payload), kReplyMode);
         return reply ? unarchivedObject(*reply) : std::nullopt;
     }
 

@@ -11,6 +11,8 @@
 #include <memory>
 #include <string>
 
+#include <sys/resource.h>
+
 namespace corvid::hostkit {
 namespace {
 
@@ -56,6 +58,25 @@ TEST_F(HostTest, followsExtensionsThatComeAndGo) {
     application_.waitFor("closed " + name);
     application_.waitFor("hidden " + volume_ + "/d");
     EXPECT_FALSE(host.isShown(volume_ + "/d"));
+}
+
+TEST_F(HostTest, pushesResumeWhenThereAreDescriptorsAgain) {
+    ExtensionDouble extension("starved");
+    Host host(volume_, application_);
+    application_.waitFor("open " + extension.name());
+    host.push(volume_ + "/a", "synced");
+    extension.waitForPush("/a", "synced");
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max}; // No new one; those that there are stay.
+    setrlimit(RLIMIT_NOFILE, &none);
+    host.push(volume_ + "/a", "error");
+    EXPECT_FALSE(host.flush(std::chrono::milliseconds(300)));
+    host.push(volume_ + "/a", "inProgress");
+    setrlimit(RLIMIT_NOFILE, &before);
+    extension.waitForPush("/a", "inProgress");
+    EXPECT_TRUE(host.flush(std::chrono::seconds(10)));
+    EXPECT_EQ(extension.pushCount(), 2U) << "the one between was replaced";
 }
 
 TEST_F(HostTest, publishesItsFolderWhileItLives) {

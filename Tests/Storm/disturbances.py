@@ -95,7 +95,7 @@ def change_every_badge_of_a_folder(storm, step, generator):
         path = folder + b"/" + name
         if path not in storm.story.unasked:
             storm.change(path, generator.choice(BADGES), "push")
-    return folder.decode()
+    return folder.decode()[:20]
 
 
 # Processes stop, end and come back.

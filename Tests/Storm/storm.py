@@ -395,9 +395,10 @@ class Storm:
 
     def status_text(self):
         try:
-            return subprocess.run([PROGRAMS / "corvid", "status", "--json", "--no-start"],
+            said = subprocess.run([PROGRAMS / "corvid", "status", "--json", "--no-start"],
                                   env=self.world.environment, capture_output=True, check=False,
-                                  text=True, timeout=START_LIMIT).stdout.strip()
+                                  text=True, timeout=START_LIMIT).stdout
+            return " ".join(said.split())
         except subprocess.TimeoutExpired:
             return "nothing"
 

@@ -17,9 +17,6 @@ namespace corvid {
 
 namespace {
 
-// A value that several others refer to is written out for each of them.
-constexpr std::size_t kMostValues = 4'000'000;
-
 constexpr auto kMenuItemKeys = std::to_array<std::string_view>(
     {"action", "alternate", "attributedTitle", "enabled", "hidden", "keyEquivalent", "mask",
      "separator", "state", "submenu", "tag", "title"});
@@ -44,14 +41,17 @@ void append(Notation& object, std::string key, Notation value) {
     members.Notation::object_t::Container::emplace_back(std::move(key), std::move(value));
 }
 
-struct TooLarge {};
+struct TooLarge {
+    const char* what;
+    std::size_t limit;
+};
 
 class Writer {
 public:
+    explicit Writer(const NotationLimits& limits) : limits_(limits), left_(limits) {}
+
     Notation write(const Value& value) {
-        if (++count_ > kMostValues) {
-            throw TooLarge();
-        }
+        countValue();
         if (const auto item = value.asMenuItem()) {
             return write(*item);
         }
@@ -74,18 +74,19 @@ public:
             return {{"$real", std::isnan(*real) ? "nan" : *real < 0 ? "-inf" : "inf"}};
         }
         if (const std::string* string = value.asString()) {
-            return *string;
+            return text(*string);
         }
         if (const Date* date = value.asDate()) {
             return {{"$date", write(Value::real(date->secondsSinceReferenceDate))}};
         }
         if (const Data* data = value.asData()) {
+            countText(2 * data->bytes.size());
             return {{"$data", hex(data->bytes)}};
         }
         if (const URL* url = value.asURL()) {
-            Notation result = {{"$url", url->relativeString()}};
+            Notation result = {{"$url", text(url->relativeString())}};
             if (url->base() != nullptr) {
-                result["$base"] = url->base()->absoluteString();
+                result["$base"] = text(url->base()->absoluteString());
             }
             return result;
         }
@@ -102,6 +103,23 @@ public:
     }
 
 private:
+    void countValue() {
+        if (left_.values == 0) {
+            throw TooLarge{"values", limits_.values};
+        }
+        --left_.values;
+    }
+    void countText(std::size_t size) {
+        if (size > left_.text) {
+            throw TooLarge{"bytes of text", limits_.text};
+        }
+        left_.text -= size;
+    }
+    std::string text(std::string_view text) {
+        countText(text.size());
+        return std::string(text);
+    }
+
     static std::string hex(const Bytes& bytes) {
         constexpr std::string_view kDigits = "0123456789abcdef";
         std::string text;
@@ -130,7 +148,7 @@ private:
         }
         for (const auto& [key, value] : dictionary.entries) {
             if (isPlain) {
-                append(plain, *key.asString(), write(value));
+                append(plain, text(*key.asString()), write(value));
             } else {
                 pairs.push_back(Notation::array({write(key), write(value)}));
             }
@@ -148,18 +166,20 @@ private:
 
     Notation write(const MenuItem& item) {
         const std::string* attributed = attributedTitle(item);
-        return {{"action", item.action ? Notation(item.action->name) : Notation()},
+        return {{"action", item.action ? Notation(text(item.action->name)) : Notation()},
                 {"alternate", item.isAlternate},
-                {"attributedTitle", attributed != nullptr ? Notation(*attributed) : Notation()},
+                {"attributedTitle",
+                 attributed != nullptr ? Notation(text(*attributed)) : Notation()},
                 {"enabled", item.isEnabled},
                 {"hidden", item.isHidden},
-                {"keyEquivalent", item.keyEquivalent},
+                {"keyEquivalent", text(item.keyEquivalent)},
                 {"mask", item.keyEquivalentModifierMask},
                 {"separator", item.isSeparator},
                 {"state", static_cast<int>(item.state)},
-                {"submenu", item.submenu != nullptr ? write(*item.submenu) : Notation()},
+                {"submenu",
+                 item.submenu != nullptr ? write(Value::menu(item.submenu)) : Notation()},
                 {"tag", item.tag},
-                {"title", item.title}};
+                {"title", text(item.title)}};
     }
 
     Notation write(const Menu& menu) {
@@ -169,15 +189,19 @@ private:
         }
         return {{"autoenables", menu.autoenablesItems},
                 {"items", std::move(items)},
-                {"title", menu.title}};
+                {"title", text(menu.title)}};
     }
 
     Notation write(const OpaqueObject& object) {
         Notation fields = Notation::object();
         if (object.fields != nullptr) {
             for (const Field& field : *object.fields) {
-                append(fields, field.key, write(field.slot));
+                append(fields, text(field.key), write(field.slot));
             }
+        }
+        countText(object.archivedClass->name.size());
+        for (const std::string& name : object.archivedClass->chain) {
+            countText(name.size());
         }
         return {{"$object",
                  {{"class", object.archivedClass->name},
@@ -186,6 +210,7 @@ private:
     }
 
     Notation write(const Slot& slot) {
+        countValue();
         if (const auto* reference = std::get_if<Slot::Reference>(&slot.content)) {
             return write(reference->value);
         }
@@ -202,7 +227,7 @@ private:
         if (const auto* record = std::get_if<Slot::Record>(&slot.content)) {
             Notation result = Notation::object();
             for (const Field& field : **record) {
-                append(result, field.key, write(field.slot));
+                append(result, text(field.key), write(field.slot));
             }
             return result;
         }
@@ -211,7 +236,8 @@ private:
                    : Notation();
     }
 
-    std::size_t count_ = 0;
+    const NotationLimits limits_;
+    NotationLimits left_;
 };
 
 // What is wrong, and where: "root.paths[3]".
@@ -491,11 +517,12 @@ const std::string* attributedTitle(const MenuItem& item) {
     return text != nullptr ? text->asString() : nullptr;
 }
 
-std::optional<Notation> notationOf(const Value& value, std::string& error) {
+std::optional<Notation> notationOf(const Value& value, std::string& error,
+                                   const NotationLimits& limits) {
     try {
-        return Writer().write(value);
-    } catch (const TooLarge&) {
-        error = "unfolds into more than " + std::to_string(kMostValues) + " values";
+        return Writer(limits).write(value);
+    } catch (const TooLarge& tooLarge) {
+        error = "unfolds into more than " + std::to_string(tooLarge.limit) + " " + tooLarge.what;
         return std::nullopt;
     }
 }

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -22,9 +23,18 @@ namespace corvid {
 /// other class is `{"$object": {"class", "classes", "fields"}}`, which can be read by people only.
 using Notation = nlohmann::ordered_json;
 
-/// `value` as JSON. Nothing, and `error` says why, when sharing would make it unfold into more
-/// values than any reader wants. Any thread.
-std::optional<Notation> notationOf(const Value& value, std::string& error);
+/// How much a notation may say. A value that several others refer to is written out for each of
+/// them, so that a few bytes can say terabytes.
+struct NotationLimits {
+    std::size_t values = 4'000'000;
+    /// Bytes of all texts together: twice what a message holds, for data takes two digits a byte.
+    std::size_t text = std::size_t{128} << 20U;
+};
+
+/// `value` as JSON. Nothing, and `error` says why, when it would say more than `limits`. Any
+/// thread.
+std::optional<Notation> notationOf(const Value& value, std::string& error,
+                                   const NotationLimits& limits = {});
 
 /// The value that `notation` says. Nothing, and `error` says what is wrong with which part, when
 /// it says none. Any thread.

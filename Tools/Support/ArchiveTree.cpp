@@ -17,6 +17,8 @@ namespace corvid {
 namespace {
 
 constexpr std::size_t kShownBytes = 32;
+// A longer text that stands in several places is shown in the first, as a collection is.
+constexpr std::size_t kTextShownAgain = 200;
 
 std::string inQuotes(std::string_view text) {
     return '"' + printableText(text) + '"';
@@ -88,9 +90,19 @@ private:
             collection(value, set->isMutable, "set", set->elements, depth);
         } else if (const Dictionary* dictionary = value.asDictionary()) {
             this->dictionary(value, *dictionary, depth);
-        } else {
+        } else if (textSize(value) <= kTextShownAgain || isFirst(value)) {
             out_ += scalar(value) + '\n';
         }
+    }
+
+    static std::size_t textSize(const Value& value) {
+        const std::string* string = value.asString();
+        const URL* url = value.asURL();
+        if (url != nullptr) {
+            return url->relativeString().size() +
+                   (url->base() != nullptr ? url->base()->absoluteString().size() : 0);
+        }
+        return string != nullptr ? string->size() : 0;
     }
 
     // Says so when the object was shown before.

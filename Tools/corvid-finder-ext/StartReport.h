@@ -9,9 +9,12 @@ namespace corvid {
 class StartReport {
 public:
     /// With a descriptor the program goes on in the background: what returns is a child process,
-    /// its parent has ended, and reports go to that descriptor. Without one, they go to standard
-    /// error. To be made before any thread.
+    /// its parent has ended, and reports go to that descriptor; where there can be no child, that
+    /// is reported and the program ended. Without one, they go to standard error. Throws
+    /// UsageError when the descriptor is not open. To be made before any thread.
     explicit StartReport(std::optional<int> backgroundFd);
+
+    // A reader that is gone, or that does not read, costs the report and no time.
 
     /// The extension serves its front ends, or another one does.
     void ready();

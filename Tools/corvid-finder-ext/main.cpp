@@ -11,12 +11,14 @@
 #include "Extensions/FileManagers/Link/SendMonitor.h"
 #include "Extensions/Finder/CVMAFinderSync.h"
 #include "Extensions/Finder/CVMAMessagePortID.h"
+#include "LinkSocket.h"
 #include "Platform/Interfaces/Platform.h"
 #include "Platform/Unix/ExitDeadline.h"
 #include "Platform/Unix/FatalSignals.h"
 #include "Platform/Unix/PortFolder.h"
 #include "Platform/Unix/PortWatcher.h"
 #include "Platform/Unix/RuntimeFolder.h"
+#include "Platform/Unix/RuntimeKeeper.h"
 #include "Platform/Unix/UnixBundle.h"
 #include "Platform/Unix/UnixClock.h"
 #include "Platform/Unix/UnixDispatch.h"
@@ -25,17 +27,16 @@
 #include "Platform/Unix/UnixProcessInfo.h"
 #include "Platform/Unix/UnixSystemLog.h"
 #include "Platform/Unix/VolumeFile.h"
+#include "StandardStreams.h"
 #include "StartReport.h"
 #include "Tools/Support/CommandLine.h"
 #include "Tools/Support/VolumePath.h"
 #include "VolumeChoice.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -62,8 +63,6 @@ void handleSignals() {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         ::sigaction(signal, &stop, nullptr);
     }
-    // A front end or a terminal that goes away shows as an error where it is written to.
-    ::signal(SIGPIPE, SIG_IGN);
 }
 
 /// Follows what the host application does outside of its port's messages: its coming and going,
@@ -74,42 +73,99 @@ public:
     HostFollower(const RuntimeFolder& folder, link::LinkServer& server,
                  VolumeFile::Publication& publication, bool isVolumeFixed)
         : server_(server), publication_(publication), isVolumeFixed_(isVolumeFixed),
-          hostPort_(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue()),
-          process_(findHost(folder)),
+          hostPort_(CVMAMessagePortID(CVMAMessagePortID::volumekeeper).rawValue()), folder_(folder),
+          host_(greetHost()), process_(processOf(host_)),
           queue_(platform().dispatch.serialQueue("com.corvid.finder-ext.host")),
           ports_(folder, hostPort_, queue_,
                  [this](const LivePort& port, bool isAlive) { portChanged(port, isAlive); }),
           volume_(VolumeFile::ofHost(folder).watch(
-              queue_, [this](const auto& published) { volumeChanged(published); })) {}
+              queue_, [this](const auto& published) { volumeChanged(published); })) {
+        // After the watcher has looked, which never tells of a host that ended before it did.
+        queue_.async([this] { dropHostThatHasGone(); });
+    }
 
-    /// 0 when there is none.
+    /// 0 when there is none, and when it is too busy to say who it is.
     std::uint32_t process() const { return process_; }
 
+    DispatchQueue& queue() { return queue_; }
+
+    /// What is wrong in the runtime folder; empty for nothing. On the queue.
+    void setFolderProblem(const std::string& problem) {
+        if (!problem.empty()) {
+            std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
+        }
+        folderProblem_ = problem;
+        tellProblems();
+    }
+
 private:
-    /// The host that is there already: a front end must not be told that there is none until the
-    /// watcher has looked.
-    std::uint32_t findHost(const RuntimeFolder& folder) {
-        for (const LivePort& port : PortFolder(folder).livePorts(hostPort_)) {
+    static std::uint32_t processOf(const std::optional<LivePort>& host) {
+        return host ? static_cast<std::uint32_t>(host->process) : 0;
+    }
+
+    /// The host that is there already.
+    std::optional<LivePort> findHost() const {
+        for (const LivePort& port : PortFolder(folder_).livePorts(hostPort_)) {
             if (port.name == hostPort_) {
-                server_.finder().hostAppeared();
-                return static_cast<std::uint32_t>(port.process);
+                return port;
             }
         }
-        return 0;
+        return std::nullopt;
+    }
+
+    /// A front end must not be told that there is none until the watcher has looked.
+    std::optional<LivePort> greetHost() {
+        const std::optional<LivePort> host = findHost();
+        if (host) {
+            server_.finder().hostAppeared();
+        }
+        return host;
+    }
+
+    void dropHostThatHasGone() {
+        const std::optional<LivePort> host = findHost();
+        if (host_ && !(host && isSame(*host, *host_))) {
+            setHost(std::nullopt);
+        }
     }
 
     void portChanged(const LivePort& port, bool isAlive) {
         if (port.name != hostPort_) {
             return;
         }
-        const std::uint32_t process = isAlive ? static_cast<std::uint32_t>(port.process) : 0;
-        if (process_.exchange(process) == process) {
-            return;
+        if (isAlive) {
+            setHost(port);
+        } else if (host_ && isSame(*host_, port)) {
+            setHost(std::nullopt);
         }
-        isAlive ? server_.finder().hostAppeared() : server_.finder().hostVanished();
+    }
+
+    /// A host that has no room for one more connection does not say which process it is.
+    static bool isSame(const LivePort& a, const LivePort& b) {
+        return a.since == b.since && (a.process == b.process || a.process == 0 || b.process == 0);
+    }
+
+    void setHost(std::optional<LivePort> host) {
+        if (host && host_ && isSame(*host, *host_)) {
+            if (host->process == 0) {
+                return;
+            }
+        } else {
+            if (host_) {
+                server_.finder().hostVanished();
+            }
+            if (host) {
+                server_.finder().hostAppeared();
+            }
+        }
+        host_ = host;
+        process_ = processOf(host_);
     }
 
     void volumeChanged(const std::optional<PublishedVolume>& published) {
+        if (!published && host_ && host_->process == 0) {
+            dropHostThatHasGone(); // of whose end nobody tells the watcher
+        }
         const auto volume = published ? VolumeMapping::make(published->folder) : std::nullopt;
         const std::string ours = server_.finder().volume().localFolder();
         std::string problem;
@@ -122,15 +178,25 @@ private:
         if (!problem.empty()) {
             std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
         }
-        server_.setProblem(problem);
+        volumeProblem_ = problem;
+        tellProblems();
+    }
+
+    void tellProblems() {
+        const bool isBoth = !volumeProblem_.empty() && !folderProblem_.empty();
+        server_.setProblem(volumeProblem_ + (isBoth ? " " : "") + folderProblem_);
     }
 
     link::LinkServer& server_;
     VolumeFile::Publication& publication_;
     const bool isVolumeFixed_;
     const std::string hostPort_;
+    const RuntimeFolder folder_;
+    std::optional<LivePort> host_; ///< on the queue
     std::atomic<std::uint32_t> process_;
     DispatchQueue& queue_;
+    std::string volumeProblem_;
+    std::string folderProblem_;
     // Last: they call the rest.
     PortWatcher ports_;
     std::unique_ptr<VolumeFile::Watcher> volume_;
@@ -166,6 +232,16 @@ std::shared_ptr<CVMAFinderSync> createController() {
         std::fprintf(stderr, "corvid-finder-ext: %s\n", problem.c_str());
     }
     return controller;
+}
+
+std::string keepLinkSocket(LinkSocket& socket, link::LinkServer& server) {
+    std::string problem;
+    if (!socket.isInPlace()) {
+        if (OwnedFd listener = socket.open(problem)) {
+            server.listenAt(std::move(listener));
+        }
+    }
+    return problem;
 }
 
 int failed(StartReport& report, const std::string& problem) {
@@ -221,13 +297,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         return failed(report, published.problem);
     }
 
-    const RuntimeFolder::Opened opened = folder.open(RuntimeFolder::IfMissing::create);
-    OwnedFd listener = opened.fd ? link::listenIn(opened.fd.get()) : OwnedFd();
+    LinkSocket linkSocket(folder);
+    std::string linkProblem;
+    OwnedFd listener = linkSocket.open(linkProblem);
     if (!listener) {
-        return failed(report, !opened.problem.empty()
-                                  ? opened.problem
-                                  : "No socket can be made in " + printableText(folder.path()) +
-                                        ": " + std::strerror(errno) + ".");
+        return failed(report, linkProblem);
     }
 
     link::LinkServer server(std::move(listener), volume, monitor, clock,
@@ -239,7 +313,11 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         server.stop();
     }
     {
-        const HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        HostFollower host(folder, server, *published.publication, isVolumeFixed);
+        const RuntimeKeeper keeper(
+            ports.portFolder(), *published.publication, host.queue(),
+            {[&] { return keepLinkSocket(linkSocket, server); }, [&] { server.stop(); },
+             [&](const std::string& problem) { host.setFolderProblem(problem); }});
         server.setHostProcess([&host] { return host.process(); });
         server.finder().start(createController);
         report.ready();
@@ -249,7 +327,7 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
     }
     ExitDeadline::arm(EXIT_SUCCESS);
     // From here on front ends find nobody, and the extension is taken down in its order.
-    ::unlinkat(opened.fd.get(), link::kSocketName, 0);
+    linkSocket.remove();
     server.finder().stop();
 
     serverToStop = nullptr;
@@ -262,6 +340,7 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
 
 int main(int argc, char** argv) {
     using namespace corvid;
+    prepareStandardStreams();
     CommandLine commandLine("The extension's process: asks the host application for badges and "
                             "menus and serves file managers and the corvid command. They start it "
                             "by themselves.",

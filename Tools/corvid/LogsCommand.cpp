@@ -118,8 +118,9 @@ void sayLogProblem() {
     options.mayStart = false;
     LinkSession session(options);
     try {
-        session.open(kStatusTimeout);
-        if (const std::string problem = session.status(kStatusTimeout).logProblem;
+        const Deadline deadline(kStatusTimeout);
+        session.open(deadline);
+        if (const std::string problem = session.status(deadline).logProblem;
             !problem.empty()) {
             std::fprintf(stderr, "corvid: %s\n", printableText(problem).c_str());
         }

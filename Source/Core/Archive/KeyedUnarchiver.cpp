@@ -529,6 +529,9 @@ Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
 }
 
 void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t uid) {
+    if (dictionary.entries.size() < 2) {
+        return;
+    }
     const auto refuse = [uid](const String* twin) {
         refuseAtObject(Code::duplicateKey, uid, twin->text);
     };
@@ -578,13 +581,16 @@ bool KeyedUnarchiver::isSameKey(const String* a, const String* b) {
 }
 
 const String* KeyedUnarchiver::firstOfText(const String* string) {
-    if (const auto known = firstOfText_.find(string); known != firstOfText_.end()) {
+    if (longKeys_ == nullptr) {
+        longKeys_ = std::make_unique<LongKeys>();
+    }
+    if (const auto known = longKeys_->firsts.find(string); known != longKeys_->firsts.end()) {
         return known->second;
     }
     constexpr std::size_t kNodes = 16 * sizeof(void*); // Of both containers, and the buckets.
     charge(kNodes);
-    const String* const first = longTexts_.emplace(string->text, string).first->second;
-    firstOfText_.emplace(string, first);
+    const String* const first = longKeys_->byText.emplace(string->text, string).first->second;
+    longKeys_->firsts.emplace(string, first);
     return first;
 }
 

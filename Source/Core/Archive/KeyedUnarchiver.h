@@ -148,6 +148,13 @@ private:
         std::uint32_t word_ = untouched;
     };
 
+    /// The long keys of all dictionaries, and for each the first of its text. A tree for the texts:
+    /// whoever writes an archive can make texts of the same hash.
+    struct LongKeys {
+        std::unordered_map<const String*, const String*> firsts;
+        std::map<std::string_view, const String*> byText;
+    };
+
     void charge(std::size_t bytes);
     void chargeText(std::size_t length);
 
@@ -230,10 +237,7 @@ private:
     std::vector<Target> targets_;
     std::forward_list<std::string> wideKeys_;
     FieldList lastFields_;
-    // Of long keys of dictionaries only. A tree for the texts: whoever writes an archive can make
-    // texts of the same hash.
-    std::unordered_map<const String*, const String*> firstOfText_;
-    std::map<std::string_view, const String*> longTexts_;
+    std::unique_ptr<LongKeys> longKeys_; ///< null until a dictionary has one
 };
 
 } // namespace corvid

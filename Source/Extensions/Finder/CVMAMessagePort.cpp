@@ -7,7 +7,9 @@
 #include "Extensions/Finder/LogText.h"
 #include "Platform/Interfaces/Platform.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <utility>
 
 namespace corvid {
@@ -16,6 +18,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kSendTimeout{1000};
 constexpr std::chrono::milliseconds kReceiveTimeout{1000};
+
+// Far above any menu that somebody could use.
+constexpr std::size_t kMostMenuEntries = 1'000'000;
 
 constexpr int kFailureLevel = 2;
 constexpr int kTraceLevel = 5;
@@ -54,7 +59,21 @@ std::optional<Value> ask(CVMAMessageID messageID,
     return response ? unarchivedObject(*response) : std::nullopt;
 }
 
-/// Nothing when `value` is not an array whose every element is a menu item.
+/// Takes what `item` and all below it say off the two counts, each entry where it stands; false
+/// when that is too much. Many entries may be one object: a few bytes can say a menu of terabytes.
+bool takeOff(const MenuItem& item, std::size_t& entriesLeft, std::size_t& textLeft) {
+    if (entriesLeft == 0 || item.title.size() > textLeft) {
+        return false;
+    }
+    --entriesLeft;
+    textLeft -= item.title.size();
+    return item.submenu == nullptr ||
+           std::all_of(item.submenu->items.begin(), item.submenu->items.end(),
+                       [&](const auto& below) { return takeOff(*below, entriesLeft, textLeft); });
+}
+
+/// Nothing when `value` is not an array whose every element is a menu item, or unfolds into more
+/// than any message holds.
 std::optional<std::vector<std::shared_ptr<MenuItem>>> menuItems(const Value& value) {
     const Array* array = value.asArray();
     if (array == nullptr) {
@@ -62,9 +81,11 @@ std::optional<std::vector<std::shared_ptr<MenuItem>>> menuItems(const Value& val
     }
     std::vector<std::shared_ptr<MenuItem>> items;
     items.reserve(array->elements.size());
+    std::size_t entriesLeft = kMostMenuEntries;
+    std::size_t textLeft = kMaxMessageBytes;
     for (const Value& element : array->elements) {
         std::shared_ptr<MenuItem> item = element.asMenuItem();
-        if (item == nullptr) {
+        if (item == nullptr || !takeOff(*item, entriesLeft, textLeft)) {
             return std::nullopt;
         }
         items.push_back(std::move(item));

@@ -32,6 +32,11 @@ void AcceptInterrupter::giveUp() {
     socket_.reset();
 }
 
+void AcceptInterrupter::startAnew() {
+    file_.reset();
+    socket_.reset();
+}
+
 void AcceptInterrupter::interrupt() {
     // With no room for one more connection there are enough that end the wait.
     if (socket_ && PortFolder::connectTo(file_.get(), socket_.get()) != 0 && errno != EAGAIN) {

@@ -17,6 +17,8 @@ public:
     /// Frees the descriptors that it takes, for something that cannot do without. It is not ready
     /// again.
     void giveUp();
+    /// Forgets the socket of the listener, which has got another.
+    void startAnew();
     /// Ends the wait, or has the next one end at once. Any thread, but not while prepare() runs.
     void interrupt();
 

@@ -4,6 +4,10 @@
 #include "Platform/Unix/UnixDispatch.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <utility>
@@ -20,9 +24,25 @@ namespace {
 constexpr std::uint32_t kGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 constexpr std::uint32_t kNames = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 
+// Others may make events without end, in a temporary folder for all; each round takes this many
+// times sixty or more and leaves the rest to the next.
+constexpr int kReadsPerRound = 64;
+
 std::string parentOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+// A process says it once, whichever of its watchers is concerned.
+void sayOnce(const std::string& problem) {
+    static std::atomic<bool> isSaid{false};
+    if (!isSaid.exchange(true)) {
+        std::fprintf(stderr, "corvid: %s\n", problem.c_str());
+    }
 }
 
 } // namespace
@@ -32,8 +52,12 @@ class FolderWatcher::Process final : public EventSource {
 public:
     Process(FolderWatcher& owner, pid_t process)
         : owner_(owner), descriptor_(pidfd_open(process, 0)) {
-        if (descriptor_) {
-            owner_.queue_.loop().watch(descriptor_.get(), EPOLLIN, *this);
+        if (descriptor_ && !owner_.queue_.loop().watch(descriptor_.get(), EPOLLIN, *this)) {
+            descriptor_.reset();
+        }
+        if (!descriptor_) {
+            // It has ended since it was seen, or cannot be watched.
+            owner_.lookAgain();
         }
     }
     ~Process() override {
@@ -72,7 +96,7 @@ FolderWatcher::~FolderWatcher() {
     queue_.sync([this] {
         alive_.reset();
         processes_.clear();
-        queue_.loop().unwatch(inotify_.get(), *this);
+        queue_.loop().unwatch(inotify_.get(), *this); // Takes the timer, too.
     });
 }
 
@@ -88,13 +112,36 @@ void FolderWatcher::watchProcesses(const std::vector<pid_t>& processes) {
     }
 }
 
+void FolderWatcher::lookAgain() {
+    if (!mustLook_) {
+        mustLook_ = true;
+        queue_.loop().setTimer(*this, std::chrono::steady_clock::now() + kLookInterval);
+    }
+}
+
+void FolderWatcher::onTimer() {
+    mustLook_ = false;
+    if (!problem_.empty()) {
+        arm();
+    }
+    onChange_();
+}
+
 void FolderWatcher::onEvents(std::uint32_t) {
     bool isOtherFolder = false;
     bool isChange = false;
-    while (readFileEvents(inotify_.get(), [&](const FileEvent& event) {
-        isOtherFolder = isOtherFolder || (event.mask & (kGone | IN_ISDIR)) != 0;
-        isChange = isChange || event.watch == runtimeWatch_ || event.watch == portsWatch_;
-    })) {
+    int reads = 0;
+    while (reads++ < kReadsPerRound &&
+           readFileEvents(
+               inotify_.get(),
+               [&](const FileEvent& event) {
+                   const auto awaited = awaited_.find(event.watch);
+                   isOtherFolder = isOtherFolder || (event.mask & (kGone | IN_Q_OVERFLOW)) != 0 ||
+                                   (awaited != awaited_.end() && awaited->second == event.name) ||
+                                   (event.watch == runtimeWatch_ && (event.mask & IN_ISDIR) != 0);
+                   isChange =
+                       isChange || event.watch == runtimeWatch_ || event.watch == portsWatch_;
+               })) {
     }
     if (isOtherFolder) {
         arm();
@@ -105,32 +152,75 @@ void FolderWatcher::onEvents(std::uint32_t) {
 }
 
 // A folder that somebody still holds open says nothing when it is removed, but the one above it
-// does: so each is watched, and the nearest that exists above them.
+// does: so each is watched, and the two above the runtime folder, or the nearest that exist.
 void FolderWatcher::arm() {
     if (inotify_) {
-        queue_.loop().unwatch(inotify_.get(), *this);
+        queue_.loop().unwatch(inotify_.get(), *this); // Takes the timer, too.
+        inotify_.reset();
     }
+    awaited_.clear();
+    runtimeWatch_ = portsWatch_ = -1;
+    watchError_ = 0;
     inotify_ = OwnedFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (inotify_) {
+    if (!inotify_) {
+        watchError_ = errno;
+    } else {
+        const std::string parent = parentOf(folder_.path());
+        watchAbove(parent);
         watchAbove(folder_.path());
         runtimeWatch_ = watch(folder_.path(), kNames | IN_CLOSE_WRITE | IN_DONT_FOLLOW);
         portsWatch_ = watch(folder_.pathOf("ports"), kNames | IN_DONT_FOLLOW);
-        queue_.loop().watch(inotify_.get(), EPOLLIN, *this);
+        if (!queue_.loop().watch(inotify_.get(), EPOLLIN, *this)) {
+            watchError_ = errno;
+        }
     }
+    problem_ = whatFails();
+    const bool looksAgain = std::exchange(mustLook_, false);
+    if (!problem_.empty()) {
+        inotify_.reset();
+        sayOnce(problem_);
+    }
+    if (looksAgain || !problem_.empty()) {
+        lookAgain();
+    }
+}
+
+std::string FolderWatcher::whatFails() const {
+    if (watchError_ == 0) {
+        return {};
+    }
+    return "changes in " + folder_.path() +
+           " are not told (inotify: " + std::strerror(watchError_) + ") but looked for every " +
+           std::to_string(kLookInterval.count() / 1000) +
+           " seconds; end programs that watch many files, or raise "
+           "fs.inotify.max_user_instances or max_user_watches";
 }
 
 void FolderWatcher::watchAbove(const std::string& path) {
     const std::string parent = parentOf(path);
-    if (watch(parent, kNames) < 0 && parent != "/") {
+    if (parent == path) {
+        return;
+    }
+    int above = watch(parent, kNames);
+    if (above < 0) {
         watchAbove(parent);
         // It may have been made between the two looks.
-        watch(parent, kNames);
+        above = watch(parent, kNames);
+    }
+    if (above >= 0) {
+        awaited_[above] = nameOf(path);
     }
 }
 
+// A folder that is not there, or may not be looked into, is no problem: the one above it tells.
 int FolderWatcher::watch(const std::string& path, std::uint32_t events) {
-    return inotify_add_watch(inotify_.get(), path.c_str(),
-                             events | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+    const int result = inotify_add_watch(inotify_.get(), path.c_str(),
+                                         events | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+    const bool isShortage = result < 0 && (errno == ENOSPC || errno == ENOMEM || errno == EMFILE);
+    if (isShortage && watchError_ == 0) {
+        watchError_ = errno;
+    }
+    return result;
 }
 
 } // namespace corvid

@@ -83,13 +83,24 @@ struct MessagePortServer::Connection final : EventSource {
     FrameWriter writer; ///< of the reply
 };
 
+namespace {
+
+PortFolder::Place placeOf(const PortFolder::Listener& listener) {
+    return {listener.file, listener.inode, listener.device};
+}
+
+void setNonBlocking(const ForkClosedFd& fd, bool isNonBlocking) {
+    int value = isNonBlocking ? 1 : 0;
+    ioctl(fd.get(), FIONBIO, &value);
+}
+
+} // namespace
+
 LocalMessagePort::LocalMessagePort(std::string name, PortFolder::Listener listener,
                                    MessagePortCallback callback)
     : name_(std::move(name)), callback_(std::move(callback)), process_(getpid()),
-      listener_(std::move(listener)) {
-    // The server waits in accept(), or calls it when somebody is there: nobody else takes them.
-    int nonBlocking = 0;
-    ioctl(listener_.fd.get(), FIONBIO, &nonBlocking);
+      place_(placeOf(listener)) {
+    useListener(std::move(listener));
 }
 
 LocalMessagePort::~LocalMessagePort() = default;
@@ -138,6 +149,51 @@ void LocalMessagePort::invalidate() {
     });
 }
 
+void LocalMessagePort::useListener(PortFolder::Listener listener) {
+    interrupter_.startAnew();
+    listener_ = std::move(listener);
+    // The server waits in accept(), or calls it when somebody is there: nobody else takes them.
+    setNonBlocking(listener_.fd, false);
+}
+
+// Under the lock throughout: the name must not be taken again once the port is invalid.
+std::string LocalMessagePort::keepName(PortFolder& folder) {
+    const MutexLock lock(mutex_);
+    if (!isValid_ || process_ != getpid() || (place_ && folder.leadsTo(*place_))) {
+        return {};
+    }
+    PortFolder::Taken taken = folder.tryToTake(name_);
+    if (taken.listener) {
+        place_ = placeOf(*taken.listener);
+        changeListener(std::move(*taken.listener));
+        return {};
+    }
+    if (!taken.isAnothers) {
+        return taken.problem;
+    }
+    if (std::exchange(place_, std::nullopt)) {
+        changeListener({});
+    }
+    return "the socket of the port " + name_ + " was removed, and process " +
+           std::to_string(taken.owner) + " has taken its name since; end one of the two";
+}
+
+void LocalMessagePort::changeListener(PortFolder::Listener listener) {
+    if (queue_ == nullptr) {
+        PortFolder::release(listener_);
+        useListener(std::move(listener));
+        return;
+    }
+    queue_->async([self = shared_from_this(),
+                   next = std::make_shared<PortFolder::Listener>(std::move(listener))] {
+        if (self->server_ != nullptr) {
+            self->server_->changeListener(*self, std::move(*next));
+        } else {
+            PortFolder::release(*next); // The port has become invalid meanwhile.
+        }
+    });
+}
+
 // It may go before this port, but not before the last callback has returned: until then whoever
 // ends the port waits on it.
 void LocalMessagePort::forgetQueue() {
@@ -168,7 +224,7 @@ MessagePortServer::~MessagePortServer() = default;
 
 void MessagePortServer::add(std::shared_ptr<LocalMessagePort> port) {
     port->server_ = this;
-    if (isListening_) {
+    if (isListening_ && port->listener_.fd) {
         loop_.watch(port->listener_.fd.get(), EPOLLIN, *port);
     }
     ports_.push_back(std::move(port));
@@ -177,13 +233,37 @@ void MessagePortServer::add(std::shared_ptr<LocalMessagePort> port) {
 void MessagePortServer::remove(LocalMessagePort& port) {
     port.server_ = nullptr;
     loop_.unwatch(port.listener_.fd.get(), port);
+    dropRequestsOf(port);
+    std::erase_if(ports_, [&](const auto& candidate) { return candidate.get() == &port; });
+    tidy();
+}
+
+void MessagePortServer::dropRequestsOf(const LocalMessagePort& port) {
     for (const auto& connection : connections_) {
         if (connection->port.get() == &port && connection->phase != Connection::Phase::writing) {
             drop(*connection);
         }
     }
-    std::erase_if(ports_, [&](const auto& candidate) { return candidate.get() == &port; });
-    tidy();
+}
+
+void MessagePortServer::changeListener(LocalMessagePort& port, PortFolder::Listener listener) {
+    loop_.unwatch(port.listener_.fd.get(), port);
+    if (!listener.fd) {
+        dropRequestsOf(port);
+    } else if (port.listener_.fd) {
+        // They found the old socket while it had the name. There are no more than its backlog
+        // holds, so that nobody need wait for a place.
+        setNonBlocking(port.listener_.fd, true);
+        while (OwnedFd fd{accept4(port.listener_.fd.get(), nullptr, nullptr, SOCK_CLOEXEC)}) {
+            admit(port, std::move(fd));
+        }
+    }
+    PortFolder::release(port.listener_);
+    port.useListener(std::move(listener));
+    if (isListening_ && port.listener_.fd) {
+        loop_.watch(port.listener_.fd.get(), EPOLLIN, port);
+    }
+    onRoundEnd();
 }
 
 // One a round: who waits behind it is reported again, so that every source has its turn.
@@ -208,22 +288,28 @@ void MessagePortServer::accept(LocalMessagePort& port) {
         }
         return;
     }
+    // The usual case is one sender, which has connected and is about to write. To wait that moment
+    // costs less than to have the loop tell of it. With others to serve, nobody waits for one.
+    Connection* const connection = admit(port, std::move(fd));
+    if (connection != nullptr && openCount_ == 1 && connection->isSilent()) {
+        setsockopt(connection->fd.get(), SOL_SOCKET, SO_RCVTIMEO, &kMomentBeforeRequest,
+                   sizeof kMomentBeforeRequest);
+        read(*connection, Wait::oneMoment);
+    }
+}
+
+// Reads what there is. Null for a stranger, who gets nothing.
+MessagePortServer::Connection* MessagePortServer::admit(LocalMessagePort& port, OwnedFd fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
-        return;
+        return nullptr;
     }
     connections_.push_back(std::make_unique<Connection>(*this, std::move(fd), port, peer.pid));
     ++openCount_;
-    // The usual case is one sender, which has connected and is about to write. To wait that moment
-    // costs less than to have the loop tell of it. With others to serve, nobody waits for one.
-    Connection& connection = *connections_.back();
-    read(connection, Wait::no);
-    if (openCount_ == 1 && connection.isSilent()) {
-        setsockopt(connection.fd.get(), SOL_SOCKET, SO_RCVTIMEO, &kMomentBeforeRequest,
-                   sizeof kMomentBeforeRequest);
-        read(connection, Wait::oneMoment);
-    }
+    Connection* const connection = connections_.back().get();
+    read(*connection, Wait::no);
+    return connection;
 }
 
 void MessagePortServer::listen(bool on) {
@@ -233,9 +319,9 @@ void MessagePortServer::listen(bool on) {
     isListening_ = on;
     isCrowded_ = isCrowded_ && !on;
     for (const auto& port : ports_) {
-        if (on) {
+        if (on && port->listener_.fd) {
             loop_.watch(port->listener_.fd.get(), EPOLLIN, *port);
-        } else {
+        } else if (!on) {
             loop_.unwatch(port->listener_.fd.get(), *port);
         }
     }
@@ -287,11 +373,10 @@ bool MessagePortServer::makeMemory(std::size_t bytes) {
 MessagePortServer::Connection* MessagePortServer::mostBehind(bool ofThoseWithMemory) const {
     Connection* last = nullptr;
     for (const auto& connection : connections_) {
-        const bool counts =
-            ofThoseWithMemory
-                ? connection->largeBytes > 0 && connection->waitsForPeer()
-                : connection->waitsForPeer() ||
-                      connection->phase == Connection::Phase::waitingForMemory;
+        const bool counts = ofThoseWithMemory
+                                ? connection->largeBytes > 0 && connection->waitsForPeer()
+                                : connection->waitsForPeer() ||
+                                      connection->phase == Connection::Phase::waitingForMemory;
         if (counts && (last == nullptr || connection->behindAt() < last->behindAt())) {
             last = connection.get();
         }

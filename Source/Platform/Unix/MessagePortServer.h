@@ -23,6 +23,7 @@ class UnixDispatchQueue;
 
 /// A name of this process and the callback behind it.
 class LocalMessagePort final : public MessagePort,
+                               public NameHolder,
                                public SoleSource,
                                public std::enable_shared_from_this<LocalMessagePort> {
 public:
@@ -35,8 +36,12 @@ public:
     void setDispatchQueue(UnixDispatchQueue& queue);
     void invalidate();
 
+    std::string keepName(PortFolder& folder) override;
+
 private:
     friend class MessagePortServer;
+    void changeListener(PortFolder::Listener listener) CORVID_REQUIRES(mutex_);
+    void useListener(PortFolder::Listener listener);
     void onEvents(std::uint32_t events) override;
     bool prepareToWait() override;
     void waitAndServe() override;
@@ -49,6 +54,8 @@ private:
     Mutex mutex_;
     bool isValid_ CORVID_GUARDED_BY(mutex_) = true;
     UnixDispatchQueue* queue_ CORVID_GUARDED_BY(mutex_) = nullptr;
+    /// Of the newest listener; nothing while another process has the name.
+    std::optional<PortFolder::Place> place_ CORVID_GUARDED_BY(mutex_);
     // On the queue once there is one.
     PortFolder::Listener listener_;
     AcceptInterrupter interrupter_{listener_};
@@ -74,6 +81,10 @@ public:
     /// No callback of `port` starts after this. Its requests that wait are dropped.
     void remove(LocalMessagePort& port);
 
+    /// Serves `port` at `listener` from now on, having taken all who wait at the one before. One
+    /// without a socket serves nobody, and the requests of `port` that wait are dropped.
+    void changeListener(LocalMessagePort& port, PortFolder::Listener listener);
+
 private:
     friend class LocalMessagePort;
     struct Connection;
@@ -83,6 +94,8 @@ private:
     void onConnectionEvents(Connection& connection);
 
     void accept(LocalMessagePort& port);
+    Connection* admit(LocalMessagePort& port, OwnedFd fd);
+    void dropRequestsOf(const LocalMessagePort& port);
     void listen(bool on);
     bool makeRoom();
     bool makeMemory(std::size_t bytes);
@@ -108,7 +121,7 @@ private:
     std::size_t openCount_ = 0;                          ///< connections that are not dropped
     std::size_t largeBytes_ = 0; ///< announced by large requests, held by large replies
     bool isListening_ = true;
-    bool isCrowded_ = false;  ///< somebody waits in the kernel for a connection to end
+    bool isCrowded_ = false;   ///< somebody waits in the kernel for a connection to end
     bool hasComplete_ = false; ///< a request of this round
     bool isInRound_ = false;
     std::optional<std::chrono::steady_clock::time_point> listenAgain_;

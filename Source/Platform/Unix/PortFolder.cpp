@@ -298,17 +298,23 @@ PortFolder::Connection PortFolder::connect(std::string_view name,
     if (const auto opened = folder(connection.problem)) {
         return connectIn(opened->get());
     }
-    connection.result =
-        connection.problem.empty() ? ConnectResult::absent : ConnectResult::failed;
+    connection.result = connection.problem.empty() ? ConnectResult::absent : ConnectResult::failed;
     return connection;
 }
 
 std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std::string* problem) {
-    const auto refuse = [&](const std::string& why) -> std::optional<Listener> {
-        if (problem != nullptr) {
-            *problem = why;
-        }
-        return std::nullopt;
+    Taken taken = tryToTake(name);
+    if (problem != nullptr && !taken.listener) {
+        *problem = std::move(taken.problem);
+    }
+    return std::move(taken.listener);
+}
+
+PortFolder::Taken PortFolder::tryToTake(std::string_view name) {
+    Taken taken;
+    const auto refuse = [&](const std::string& why) {
+        taken.problem = why;
+        return std::move(taken);
     };
     if (name.empty() || name.size() > kMaxNameBytes) {
         return refuse("a port name has 1 to 255 bytes, not " + std::to_string(name.size()));
@@ -325,6 +331,13 @@ std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std:
     removeDead(folder);
     const std::string file = fileName(name);
     if (faccessat(folder, file.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+        const Connection owner = connectFile(folder, file, std::nullopt);
+        if (owner.result == ConnectResult::failed) {
+            return refuse("whether the port " + std::string(name) +
+                          " is served cannot be found out: " + owner.problem);
+        }
+        taken.isAnothers = true;
+        taken.owner = owner.process;
         return refuse("the port " + std::string(name) + " is served by a live process");
     }
 
@@ -352,8 +365,39 @@ std::optional<PortFolder::Listener> PortFolder::take(std::string_view name, std:
     }
     RuntimeFolder::unlock(folder);
     listener.inode = status.st_ino;
+    listener.device = status.st_dev;
     listener.folder = std::move(opened.fd);
-    return listener;
+    taken.listener = std::move(listener);
+    return taken;
+}
+
+bool PortFolder::leadsTo(const Place& place) const {
+    struct stat status{};
+    return lstat((path_ + "/" + place.file).c_str(), &status) == 0 &&
+           status.st_ino == place.inode && status.st_dev == place.device;
+}
+
+void PortFolder::addHolder(std::weak_ptr<NameHolder> holder) {
+    const MutexLock lock(mutex_);
+    std::erase_if(holders_, [](const auto& known) { return known.expired(); });
+    holders_.push_back(std::move(holder));
+}
+
+std::string PortFolder::keepNames() {
+    std::vector<std::weak_ptr<NameHolder>> holders;
+    {
+        const MutexLock lock(mutex_);
+        holders = holders_;
+    }
+    std::string problem;
+    for (const auto& known : holders) {
+        const auto holder = known.lock();
+        std::string ofHolder = holder != nullptr ? holder->keepName(*this) : std::string();
+        if (!ofHolder.empty()) {
+            problem = std::move(ofHolder);
+        }
+    }
+    return problem;
 }
 
 int PortFolder::connectTo(int file, int socket) {
@@ -413,7 +457,8 @@ PortFolder::Listing PortFolder::list(std::string_view prefix) const {
         if (file.front() == '.' || file.front() == '=') {
             continue;
         }
-        const auto name = isHashed(file) ? readSmallFile(folder, nameFileOf(file)) : unescaped(file);
+        const auto name =
+            isHashed(file) ? readSmallFile(folder, nameFileOf(file)) : unescaped(file);
         if (!name && isHashed(file) && !isAbsence(errno)) {
             listing.problem = path_ + "/" + nameFileOf(file) + ": " + std::strerror(errno);
         }

@@ -23,6 +23,17 @@ struct LivePort {
     std::chrono::system_clock::time_point since; ///< when the name was taken
 };
 
+class PortFolder;
+
+/// Who has taken a name in a PortFolder, and can do with another socket. Any thread.
+class NameHolder {
+public:
+    virtual ~NameHolder() = default;
+    /// Looks whether its name still leads to it, and takes it again from `folder` if not. The
+    /// problem, if it cannot; empty otherwise.
+    virtual std::string keepName(PortFolder& folder) = 0;
+};
+
 /// The folder `ports` of the runtime folder: one listening socket a name.
 ///
 /// A name is alive as long as its socket accepts connections, so it is free again the moment its
@@ -65,10 +76,40 @@ public:
         OwnedFd folder;
         std::string file;
         ino_t inode = 0;
+        dev_t device = 0;
+    };
+    /// Which file the name of a listener is: an open socket keeps its numbers, so that no other
+    /// can be taken for it.
+    struct Place {
+        std::string file;
+        ino_t inode = 0;
+        dev_t device = 0;
     };
     /// Takes `name`, making the folder if need be. Nothing when a live process has the name, this
     /// one included, or it cannot be had; then `problem`, if given, says why in words.
     std::optional<Listener> take(std::string_view name, std::string* problem = nullptr);
+
+    /// What became of an attempt to take a name.
+    struct Taken {
+        std::optional<Listener> listener;
+        bool isAnothers = false; ///< a live process has the name, this one perhaps
+        pid_t owner = 0;         ///< that process; 0 when it hangs
+        std::string problem;     ///< why there is no listener, in words
+    };
+    /// As take().
+    Taken tryToTake(std::string_view name);
+
+    /// False when the name leads to another socket or to none: its file, or the folder, was
+    /// removed or moved away. Costs one call of the system.
+    bool leadsTo(const Place& place) const;
+
+    /// Has `holder` asked by keepNames() for as long as it lives.
+    void addHolder(std::weak_ptr<NameHolder> holder);
+    /// Has every holder look after its name: to be called whenever something has happened in the
+    /// folder. A name that was lost is taken again, with the messages that wait at the old socket;
+    /// where another process has it by now, the holder gives way: it answers nobody until it has
+    /// the name again. Empty when all names lead here; else one reason why not.
+    std::string keepNames();
 
     /// Connects `socket` to the listening socket whose file was opened as `file` (O_PATH). The
     /// result and `errno` of connect().
@@ -105,6 +146,7 @@ private:
     std::string path_;
     mutable Mutex mutex_;
     mutable std::shared_ptr<const OwnedFd> folder_ CORVID_GUARDED_BY(mutex_);
+    std::vector<std::weak_ptr<NameHolder>> holders_ CORVID_GUARDED_BY(mutex_);
 };
 
 } // namespace corvid

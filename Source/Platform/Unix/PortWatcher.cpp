@@ -9,8 +9,15 @@ namespace {
 
 bool contains(const std::vector<LivePort>& ports, const LivePort& port) {
     return std::any_of(ports.begin(), ports.end(), [&](const LivePort& candidate) {
-        return candidate.name == port.name && candidate.process == port.process &&
-               candidate.since == port.since;
+        return candidate.name == port.name && candidate.since == port.since &&
+               (candidate.process == port.process || candidate.process == 0 || port.process == 0);
+    });
+}
+
+bool isKnown(const std::vector<LivePort>& ports, const LivePort& port) {
+    return std::any_of(ports.begin(), ports.end(), [&](const LivePort& candidate) {
+        return candidate.name == port.name && candidate.since == port.since &&
+               candidate.process == port.process;
     });
 }
 
@@ -25,6 +32,15 @@ void keepProcesses(std::vector<LivePort>& ports, const std::vector<LivePort>& be
     }
 }
 
+void keepUnseen(std::vector<LivePort>& ports, const std::vector<LivePort>& before) {
+    for (const LivePort& earlier : before) {
+        if (std::none_of(ports.begin(), ports.end(),
+                         [&](const LivePort& port) { return port.name == earlier.name; })) {
+            ports.push_back(earlier);
+        }
+    }
+}
+
 } // namespace
 
 PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue& queue,
@@ -33,8 +49,13 @@ PortWatcher::PortWatcher(RuntimeFolder folder, std::string prefix, DispatchQueue
       watcher_(std::move(folder), queue, [this] { look(); }) {}
 
 void PortWatcher::look() {
-    const std::vector<LivePort> before = std::exchange(known_, folder_.livePorts(prefix_));
+    PortFolder::Listing listing = folder_.list(prefix_);
+    const std::vector<LivePort> before = std::exchange(known_, std::move(listing.ports));
     keepProcesses(known_, before);
+    if (!listing.problem.empty()) {
+        keepUnseen(known_, before);
+        watcher_.lookAgain();
+    }
     const std::vector<LivePort> now = known_;
     std::vector<pid_t> owners;
     owners.reserve(now.size());
@@ -48,7 +69,7 @@ void PortWatcher::look() {
         }
     }
     for (const LivePort& port : now) {
-        if (!contains(before, port)) {
+        if (!isKnown(before, port)) {
             callback_(port, true);
         }
     }

@@ -9,11 +9,14 @@
 
 namespace corvid {
 
-/// Tells when ports appear and vanish, also when their owner is killed. Nothing is polled.
+/// Tells when ports appear and vanish, also when their owner is killed. What FolderWatcher says of
+/// polling holds here. While it cannot be found out which ports live, for want of descriptors say,
+/// those that are known stay, and another look follows within FolderWatcher::kLookInterval.
 class PortWatcher {
 public:
     /// A port whose name begins with the prefix appeared or (`isAlive` false) vanished. One that
-    /// changed owners between two looks vanishes and appears.
+    /// changed owners between two looks vanishes and appears. One whose owner could not be asked
+    /// who it is, since it hangs, appears once more when it could.
     using Callback = std::function<void(const LivePort& port, bool isAlive)>;
 
     /// Calls `callback` on `queue`, which is one of UnixDispatch and outlives the watcher; soon

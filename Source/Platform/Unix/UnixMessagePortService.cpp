@@ -245,6 +245,7 @@ MessagePortRef UnixMessagePortService::createLocal(std::string_view name,
     }
     auto port = std::make_shared<LocalMessagePort>(std::string(name), std::move(*listener),
                                                    std::move(callback));
+    folder_.addHolder(port);
     MessagePort* const handle = port.get();
     // The server shares the port, so it is the owner's reference that invalidates it.
     return {handle, [port = std::move(port)](MessagePort*) { port->invalidate(); }};

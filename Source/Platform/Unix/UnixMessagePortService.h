@@ -16,7 +16,7 @@ public:
     /// Ports in the folder `ports` of `runtimeFolder`.
     explicit UnixMessagePortService(RuntimeFolder runtimeFolder = RuntimeFolder::ofThisUser());
 
-    /// Where the names are.
+    /// Where the names are. Its keepNames() looks after those of the local ports.
     PortFolder& portFolder() { return folder_; }
 
     MessagePortRef createRemote(std::string_view name) override;

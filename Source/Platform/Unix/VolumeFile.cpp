@@ -47,10 +47,14 @@ std::optional<PublishedVolume> parsed(std::string_view text) {
     return isGood ? std::optional(volume) : std::nullopt;
 }
 
-std::optional<PublishedVolume> readFrom(int folder, const std::string& name) {
+std::optional<PublishedVolume> readFrom(int folder, const std::string& name,
+                                        std::string* problem = nullptr) {
     // For reading only: to close a file that was opened for writing is a change to the watchers.
     const OwnedFd file(
         openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file && problem != nullptr && errno != ENOENT && errno != ELOOP) {
+        *problem = name + ": " + std::strerror(errno);
+    }
     if (!file || !isLocked(file.get())) {
         return std::nullopt;
     }
@@ -96,8 +100,11 @@ VolumeFile::Published VolumeFile::publish(const std::string& folder, bool isFixe
     }
     result.existing = readFrom(directory, name_);
     if (!result.existing) {
-        std::unique_ptr<Publication> publication(new Publication(std::move(opened.fd), name_));
-        result.problem = publication->write(folder, isFixed);
+        std::unique_ptr<Publication> publication(
+            new Publication(folder_, std::move(opened.fd), name_));
+        publication->volume_ = folder;
+        publication->isFixed_ = isFixed;
+        result.problem = publication->write();
         RuntimeFolder::unlock(directory);
         if (result.problem.empty()) {
             result.publication = std::move(publication);
@@ -106,9 +113,12 @@ VolumeFile::Published VolumeFile::publish(const std::string& folder, bool isFixe
     return result;
 }
 
-std::optional<PublishedVolume> VolumeFile::read() const {
+std::optional<PublishedVolume> VolumeFile::read(std::string* problem) const {
     const auto opened = folder_.open(RuntimeFolder::IfMissing::fail);
-    return opened.fd ? readFrom(opened.fd.get(), name_) : std::nullopt;
+    if (opened.isUnknown && problem != nullptr) {
+        *problem = opened.problem;
+    }
+    return opened.fd ? readFrom(opened.fd.get(), name_, problem) : std::nullopt;
 }
 
 std::unique_ptr<VolumeFile::Watcher> VolumeFile::watch(DispatchQueue& queue,
@@ -116,33 +126,80 @@ std::unique_ptr<VolumeFile::Watcher> VolumeFile::watch(DispatchQueue& queue,
     return std::make_unique<Watcher>(*this, queue, std::move(onChange));
 }
 
-VolumeFile::Publication::Publication(OwnedFd folder, std::string name)
-    : folder_(std::move(folder)), name_(std::move(name)), process_(getpid()) {}
+VolumeFile::Publication::Publication(RuntimeFolder runtimeFolder, OwnedFd folder, std::string name)
+    : runtimeFolder_(std::move(runtimeFolder)), folder_(std::move(folder)), name_(std::move(name)),
+      process_(getpid()) {}
 
 VolumeFile::Publication::~Publication() {
     if (file_ && process_ == getpid() && RuntimeFolder::lock(folder_.get())) {
-        unlinkat(folder_.get(), name_.c_str(), 0);
+        // Another may have published after the file was removed.
+        if (isInPlace()) {
+            unlinkat(folder_.get(), name_.c_str(), 0);
+        }
         RuntimeFolder::unlock(folder_.get());
     }
 }
 
 std::string VolumeFile::Publication::update(const std::string& folder, bool isFixed) {
+    volume_ = folder;
+    isFixed_ = isFixed;
+    if (!isInPlace()) {
+        return keep().problem;
+    }
     if (!RuntimeFolder::lock(folder_.get())) {
         return name_ + ": another process has held its folder for a second; end the one that hangs";
     }
-    std::string problem = write(folder, isFixed);
+    std::string problem = write();
     RuntimeFolder::unlock(folder_.get());
     return problem;
 }
 
+// An open file keeps its number, so that no other can be taken for it.
+bool VolumeFile::Publication::isInPlace() const {
+    struct stat ours{};
+    struct stat there{};
+    return file_ && fstat(file_.get(), &ours) == 0 &&
+           lstat(runtimeFolder_.pathOf(name_).c_str(), &there) == 0 &&
+           ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
+}
+
+VolumeFile::Publication::Kept VolumeFile::Publication::keep() {
+    Kept kept;
+    if (isInPlace()) {
+        return kept;
+    }
+    auto opened = runtimeFolder_.open(RuntimeFolder::IfMissing::create);
+    if (!opened.fd) {
+        kept.problem = opened.problem;
+        return kept;
+    }
+    if (!RuntimeFolder::lock(opened.fd.get())) {
+        kept.problem = runtimeFolder_.path() +
+                       ": another process has held it for a second; end the one that hangs";
+        return kept;
+    }
+    kept.other = readFrom(opened.fd.get(), name_, &kept.problem);
+    if (kept.other) {
+        file_.reset();
+        kept.problem = runtimeFolder_.pathOf(name_) + " was removed, and process " +
+                       std::to_string(kept.other->process) +
+                       " has published another volume since; end one of the two";
+    } else if (kept.problem.empty()) {
+        folder_ = std::move(opened.fd);
+        kept.problem = write();
+        RuntimeFolder::unlock(folder_.get());
+    }
+    return kept;
+}
+
 // Under the lock of the folder. The file is whole and locked before it has its name.
-std::string VolumeFile::Publication::write(const std::string& folder, bool isFixed) {
+std::string VolumeFile::Publication::write() {
     const std::string temporary = "." + name_;
     unlinkat(folder_.get(), temporary.c_str(), 0);
     OwnedFd file(openat(folder_.get(), temporary.c_str(),
                         O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     const std::string text =
-        folder + (isFixed ? "\nfixed\n" : "\ndefault\n") + std::to_string(process_) + "\n";
+        volume_ + (isFixed_ ? "\nfixed\n" : "\ndefault\n") + std::to_string(process_) + "\n";
     struct flock lock = wholeFile();
     const bool isWritten =
         file && fcntl(file.get(), F_OFD_SETLK, &lock) == 0 &&
@@ -162,7 +219,13 @@ VolumeFile::Watcher::Watcher(VolumeFile file, DispatchQueue& queue, Callback onC
       watcher_(file_.folder_, queue, [this] { look(); }) {}
 
 void VolumeFile::Watcher::look() {
-    const auto now = file_.read();
+    std::string problem;
+    auto now = file_.read(&problem);
+    if (!problem.empty()) {
+        // Not known now: what was there is taken to be there still.
+        now = last_;
+        watcher_.lookAgain();
+    }
     watcher_.watchProcesses(now ? std::vector{now->process} : std::vector<pid_t>());
     const bool isSame = hasLooked_ && now.has_value() == last_.has_value() &&
                         (!now || (now->folder == last_->folder && now->isFixed == last_->isFixed &&

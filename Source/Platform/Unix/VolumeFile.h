@@ -29,7 +29,7 @@ public:
     static VolumeFile ofHost(RuntimeFolder folder);
     static VolumeFile ofExtension(RuntimeFolder folder);
 
-    /// The right to publish; gives it up and removes the file when it goes.
+    /// The right to publish; gives it up and removes the file when it goes. One thread at a time.
     class Publication {
     public:
         ~Publication();
@@ -39,15 +39,29 @@ public:
         /// Publishes another folder in place of the last. Empty when done, else the problem.
         std::string update(const std::string& folder, bool isFixed);
 
+        /// What has become of it.
+        struct Kept {
+            /// Who has published instead, after the file was removed. This gives way as long as
+            /// that one lives.
+            std::optional<PublishedVolume> other;
+            std::string problem; ///< why it is not published now; empty when it is
+        };
+        /// Looks whether the file is still there, and puts it back when somebody has removed it.
+        Kept keep();
+
     private:
         friend class VolumeFile;
-        Publication(OwnedFd folder, std::string name);
-        std::string write(const std::string& folder, bool isFixed);
+        Publication(RuntimeFolder runtimeFolder, OwnedFd folder, std::string name);
+        std::string write();
+        bool isInPlace() const;
 
+        RuntimeFolder runtimeFolder_;
         OwnedFd folder_;
         std::string name_;
         pid_t process_;
-        ForkClosedFd file_;
+        std::string volume_;
+        bool isFixed_ = false;
+        ForkClosedFd file_; ///< none while another has published
     };
 
     /// What became of publish(): a publication; or who has published already; or a problem, which
@@ -60,8 +74,9 @@ public:
     /// Publishes `folder`, an absolute path without a newline.
     Published publish(const std::string& folder, bool isFixed) const;
 
-    /// What a live process has published; nothing when there is none.
-    std::optional<PublishedVolume> read() const;
+    /// What a live process has published; nothing when there is none, or when it cannot be found
+    /// out: then `problem`, if given, says why.
+    std::optional<PublishedVolume> read(std::string* problem = nullptr) const;
 
     /// Calls `onChange` on `queue` with what read() says, once soon and whenever it has changed.
     /// As PortWatcher.

@@ -159,9 +159,21 @@ TEST_F(Requests, ActionsComeBackInOrderWithTheirTitlesLogged) {
 TEST_F(Requests, EveryOtherAnswerAboutActionsIsAnEmptyList) {
     const std::string unexpected =
         "log 2 <UI> MessagePort: Unexpected request actions response for urls = " + urlsText_ + "!";
+    // A menu in a menu, forty deep, each twice in the one above: small as an archive, without end as
+    // a menu. And one entry with a long title many times.
+    auto unfolding = entry("innermost", 1, "act:");
+    for (int level = 0; level < 40; ++level) {
+        auto menu = std::make_shared<Menu>();
+        menu->items = {unfolding, unfolding};
+        unfolding = entry("above", 1, nullptr);
+        unfolding->submenu = menu;
+    }
+    const Value longTitle = Value::menuItem(entry(std::string(700'000, 't').c_str(), 1, "act:"));
     const Value replies[] = {
         Value(),
         Value::string("synced"),
+        Value::array({Value::menuItem(unfolding)}),
+        Value::array(std::vector<Value>(100, longTitle)),
         Value::menuItem(entry("alone", 1, "alone:")),
         Value::array({Value::menuItem(entry("one", 1, "one:")), Value::string("two")}),
         Value::array({Value()}),

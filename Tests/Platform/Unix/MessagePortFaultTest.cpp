@@ -705,9 +705,9 @@ Strain askMany(MessagePortService& service, int count) {
                         SendStatus::success) {
                     ++strain.unanswered;
                 }
-                strain.slowest = std::max(strain.slowest,
-                                          std::chrono::duration_cast<std::chrono::milliseconds>(
-                                              std::chrono::steady_clock::now() - start));
+                strain.slowest =
+                    std::max(strain.slowest, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                 std::chrono::steady_clock::now() - start));
             }
             return strain;
         }));
@@ -745,9 +745,8 @@ TEST_F(MessagePortFaultTest, crowdOfHalfHeartedSendersDoesNotSendAwayWhoKeepsSen
         const MessagePortRef remote = platform_->messagePorts.createRemote("host");
         ASSERT_NE(remote, nullptr);
         std::optional<Bytes> reply;
-        EXPECT_EQ(
-            platform_->messagePorts.sendRequest(*remote, 4, much, 60s, 60s, "mode", &reply),
-            SendStatus::success);
+        EXPECT_EQ(platform_->messagePorts.sendRequest(*remote, 4, much, 60s, 60s, "mode", &reply),
+                  SendStatus::success);
         EXPECT_EQ(reply, much);
     }
 }

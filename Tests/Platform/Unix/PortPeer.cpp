@@ -3,6 +3,7 @@
 // that input.
 
 #include "Platform/Unix/MessageFrame.h"
+#include "Platform/Unix/RuntimeKeeper.h"
 #include "Platform/Unix/UnixDispatch.h"
 #include "Platform/Unix/UnixMessagePortService.h"
 #include "Platform/Unix/VolumeFile.h"
@@ -22,6 +23,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <random>
+#include <sched.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -294,6 +296,54 @@ void publish(const std::string& folder) {
     mayGoOn();
 }
 
+// Serves `name`, answers with this process's number, publishes `volume`, and keeps both. Says what
+// goes wrong with them, a line each time it changes. Ends with its input.
+void keep(const std::string& name, const std::string& volume, const std::function<void()>& onLine) {
+    UnixDispatch dispatch;
+    UnixMessagePortService service;
+    const std::string answer = std::to_string(getpid());
+    const auto port =
+        service.createLocal(name, [&](MessagePort&, std::int32_t, std::optional<ByteView>) {
+            return std::optional(bytesOf(answer));
+        });
+    const auto published = VolumeFile::ofHost(RuntimeFolder::ofThisUser()).publish(volume, true);
+    if (port == nullptr || published.publication == nullptr) {
+        fail("cannot serve " + name + " or publish " + volume + ": " + published.problem);
+    }
+    service.setDispatchQueue(*port, dispatch.serialQueue("port"));
+    say("ready");
+    const RuntimeKeeper keeper(service.portFolder(), *published.publication,
+                               dispatch.serialQueue("keep"),
+                               {{}, {}, [](const std::string& problem) {
+                                    say(problem.empty() ? "all is well" : problem);
+                                }});
+    std::string line;
+    while (std::getline(std::cin, line) && line == "lift") {
+        onLine();
+    }
+}
+
+// In a user namespace of its own, whose limits are nobody else's.
+void keepWithoutInotify(const std::string& name, const std::string& volume) {
+    const auto write = [](const char* file, const std::string& text) {
+        std::ofstream stream(file);
+        stream << text << std::flush;
+        if (!stream) {
+            say(std::string(file) + " cannot be written");
+            std::exit(0);
+        }
+    };
+    const std::string user = std::to_string(geteuid());
+    if (unshare(CLONE_NEWUSER) != 0) {
+        say("there are no user namespaces");
+        std::exit(0);
+    }
+    constexpr const char* kLimit = "/proc/sys/user/max_inotify_instances";
+    write("/proc/self/uid_map", user + " " + user + " 1");
+    write(kLimit, "0");
+    keep(name, volume, [&] { write(kLimit, "16"); });
+}
+
 void sendAll(int fd, ByteView data) {
     while (!data.empty()) {
         const ssize_t count = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
@@ -431,6 +481,10 @@ int main(int argc, char** argv) {
         visitAtRandom(name, std::stoi(words.at(2)),
                       std::chrono::milliseconds(std::stoi(words.at(3))),
                       static_cast<unsigned>(std::stoi(words.at(4))));
+    } else if (mode == "keep") {
+        keep(name, words.at(2), [] {});
+    } else if (mode == "keep-without-inotify") {
+        keepWithoutInotify(name, words.at(2));
     } else if (mode == "say-half") {
         sayHalf(name, std::stoi(words.at(2)), words.at(3));
     } else if (mode == "ask-without-memory") {

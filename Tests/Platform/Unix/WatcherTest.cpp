@@ -9,8 +9,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <deque>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <future>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -136,6 +140,96 @@ TEST_F(WatcherTest, knowsAnOwnerThatHangsUntilItDies) {
     EXPECT_EQ(told_.next(), "other +");
     peer.signal(SIGKILL);
     EXPECT_EQ(told_.next(), "hung -");
+}
+
+namespace {
+
+/// Takes every descriptor that this process may have, until it goes.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit few{256, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            all_.emplace_back(fd);
+        }
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+    std::vector<OwnedFd> all_;
+};
+
+} // namespace
+
+TEST_F(WatcherTest, forgetsNothingWhileThereAreNoDescriptors) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    const auto file = VolumeFile::ofHost(folder());
+    const auto published = file.publish("/one", true);
+    const auto first = open(service, "first");
+    const auto watcher = watchPorts("");
+    EXPECT_EQ(told_.next(), "first +");
+    const auto volumes = file.watch(queue_, [this](const std::optional<PublishedVolume>& volume) {
+        told_.add(volume ? volume->folder : "none");
+    });
+    EXPECT_EQ(told_.next(), "/one");
+    mkdir((temporary_ / "run/corvid/ports/.a").c_str(), 0700);
+    {
+        const NoDescriptors none;
+        rename((temporary_ / "run/corvid/ports/.a").c_str(),
+               (temporary_ / "run/corvid/ports/.b").c_str());
+        // It has looked when this returns.
+        dynamic_cast<UnixDispatchQueue&>(queue_).sync([] {});
+    }
+    const auto second = open(service, "second");
+    EXPECT_EQ(told_.next(), "second +");
+    EXPECT_TRUE(told_.isEmpty());
+}
+
+TEST_F(WatcherTest, looksNowAndThenUntilItIsTold) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    auto first = open(service, "first");
+    std::unique_ptr<PortWatcher> watcher;
+    {
+        const NoDescriptors none;
+        watcher = watchPorts("");
+        dynamic_cast<UnixDispatchQueue&>(queue_).sync([] {});
+    }
+    EXPECT_EQ(told_.next(), "first +");
+    first.reset();
+    EXPECT_EQ(told_.next(), "first -");
+}
+
+// The events of the folder above fill the queue of the system, and that of a port is lost.
+TEST_F(WatcherTest, looksAfterMoreEventsThanTheSystemKeeps) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    const auto first = open(service, "first");
+    const auto watcher = watchPorts("");
+    EXPECT_EQ(told_.next(), "first +");
+    std::promise<void> isHeld;
+    std::promise<void> mayGoOn;
+    queue_.async([&] {
+        isHeld.set_value();
+        mayGoOn.get_future().wait();
+    });
+    isHeld.get_future().wait();
+    long kept = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> kept;
+    const std::string noise = temporary_ / "run/noise";
+    for (long i = 0; i < kept / 2 + 10; ++i) {
+        close(::open(noise.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        unlink(noise.c_str());
+    }
+    const auto second = open(service, "second");
+    mayGoOn.set_value();
+    EXPECT_EQ(told_.next(), "second +");
 }
 
 TEST_F(WatcherTest, mayEndAtAnyMoment) {

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <exception>
 #include <future>
 #include <limits>
 #include <memory>
@@ -31,6 +32,7 @@ namespace {
 constexpr std::chrono::seconds kPatience(5);
 constexpr std::string_view kGarbage = "this is no archive";
 constexpr int kExitStatus = 3;
+constexpr std::chrono::milliseconds kPauseAfterFailure(10);
 
 Bytes frameOf(const FrameHeader& request, const std::optional<Bytes>& data) {
     FrameHeader header;
@@ -104,8 +106,15 @@ private:
             poll(sources.data(), sources.size(), -1);
             OwnedFd connection(
                 accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-            if (connection) {
+            if (!connection) {
+                // Without descriptors: not as fast as the processor can.
+                wait(-1, 0, kPauseAfterFailure);
+                continue;
+            }
+            try {
                 serve(std::move(connection));
+            } catch (...) {
+                // No memory or no thread: the message gets no answer, and the next may get one.
             }
         }
     }
@@ -137,24 +146,44 @@ private:
         }
         {
             const MutexLock lock(mutex_);
+            if (faultCount_ == kMostFaults) {
+                return;
+            }
             ++faultCount_;
         }
-        std::thread([this, request, data, fault = *fault,
-                     socket = std::move(connection)]() mutable {
-            goWrong(socket, request, *data, fault);
-            socket.reset();
-            const MutexLock lock(mutex_);
-            --faultCount_;
-            faultEnded_.notify_all();
-        }).detach(); // invalidate() waits for the count
+        try {
+            std::thread([this, request, data, fault = *fault,
+                         socket = std::move(connection)]() mutable {
+                try {
+                    goWrong(socket, request, *data, fault);
+                } catch (...) {
+                    // No memory: no answer.
+                }
+                socket.reset();
+                endFault();
+            }).detach(); // invalidate() waits for the count
+        } catch (...) {
+            endFault();
+            throw;
+        }
+    }
+
+    void endFault() {
+        const MutexLock lock(mutex_);
+        --faultCount_;
+        faultEnded_.notify_all();
     }
 
     std::optional<Bytes> result(const FrameHeader& request, const Bytes& data) {
         std::promise<std::optional<Bytes>> promise;
         queue_->async([&] {
-            promise.set_value(
-                callback_(*this, request.messageID,
-                          request.hasData ? std::optional<ByteView>(data) : std::nullopt));
+            try {
+                promise.set_value(
+                    callback_(*this, request.messageID,
+                              request.hasData ? std::optional<ByteView>(data) : std::nullopt));
+            } catch (...) {
+                promise.set_exception(std::current_exception());
+            }
         });
         return promise.get_future().get();
     }

@@ -4,6 +4,7 @@
 #include "Platform/Unix/UnixMessagePortService.h"
 #include "Tools/corvid-host/Rules/Rules.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -15,8 +16,12 @@ namespace corvid {
 /// Message ports that answer wrongly on demand: sends are those of the system, but what arrives at
 /// a local port is answered by hand, so that every fault of Rules can be had on the wire itself.
 /// A message without a fault is answered as by the real ones; one with a fault holds up no other.
+/// Each message with a fault takes a thread while the fault lasts; beyond kMostFaults at a time, a
+/// message with a fault gets no answer, its connection closed.
 class FaultyMessagePorts final : public MessagePortService {
 public:
+    static constexpr std::size_t kMostFaults = 256;
+
     /// What goes wrong with a message that has arrived; nothing for the most. Called for every
     /// message, in the order of arrival, on a thread of the port.
     using FaultOf =

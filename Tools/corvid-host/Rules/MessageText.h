@@ -1,22 +1,17 @@
 #pragma once
 
-#include "Core/Archive/Value.h"
 #include "Core/Base/Bytes.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include <nlohmann/json_fwd.hpp>
-
 namespace corvid {
 
-/// A value as JSON: URLs as their absolute text, menu items as objects with their title, tag and
-/// action, data as its length, and what has no form of its own as null.
-nlohmann::ordered_json jsonOf(const Value& value);
-
-/// One line of JSON about a message as it came: its number, its name, and its payload, or the
-/// count of its bytes when they cannot be read.
+/// One line of JSON about a message as it came: `id`, its number; `message`, its name, if it has
+/// one; and `payload` in the notation of `corvid decode --json`, or else `unreadableBytes` and, in
+/// `problem`, why. No line says much more than the message has bytes: one whose shared objects would
+/// unfold is not unfolded. Any thread.
 std::string messageLine(std::int32_t messageID, std::optional<ByteView> data);
 
 } // namespace corvid

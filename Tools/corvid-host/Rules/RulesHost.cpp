@@ -1,6 +1,7 @@
 #include "Tools/corvid-host/Rules/RulesHost.h"
 
 #include "Core/Archive/KeyedArchive.h"
+#include "Core/Archive/Limits.h"
 #include "Extensions/Finder/CVMAMessageID.h"
 #include "Tools/corvid-host/Rules/MessageText.h"
 
@@ -8,30 +9,38 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace corvid {
 
 namespace {
 
-/// The items that a message asks about, relative to the volume.
-std::vector<std::string> itemsOf(const Value& payload, const char* key) {
+/// Calls `visit` with the items that a message asks about, relative to the volume, until it returns
+/// true. One by one, and no more text than a message holds, since many may be one long URL.
+void visitItems(const Value& payload, const char* key,
+                const std::function<bool(const std::string& item)>& visit) {
     const Dictionary* dictionary = payload.asDictionary();
     const Value* value = dictionary ? dictionary->find(key) : nullptr;
-    std::vector<Value> urls;
-    if (value && value->asURL()) {
-        urls = {*value};
-    } else if (value && value->asArray()) {
-        urls = value->asArray()->elements;
-    }
-    std::vector<std::string> items;
-    for (const Value& url : urls) {
-        const std::string path = url.asURL() ? url.asURL()->path() : "";
-        if (path.starts_with(kVolumeRoot)) {
-            items.push_back(path.substr(std::min(path.size(), kVolumeRoot.size() + 1)));
+    const auto visitURL = [&visit](const Value& element) {
+        const std::string path = element.asURL() ? element.asURL()->path() : "";
+        const bool isInVolume =
+            path == kVolumeRoot || path.starts_with(std::string(kVolumeRoot) + '/');
+        return isInVolume && visit(path.substr(std::min(path.size(), kVolumeRoot.size() + 1)));
+    };
+    if (value != nullptr && value->asURL()) {
+        visitURL(*value);
+    } else if (value != nullptr && value->asArray()) {
+        std::size_t textLeft = limits::kArchiveSize;
+        for (const Value& element : value->asArray()->elements) {
+            const URL* url = element.asURL();
+            const std::size_t size = url != nullptr ? url->absoluteString().size() : 0;
+            if (size > textLeft || visitURL(element)) {
+                return;
+            }
+            textLeft -= size;
         }
     }
-    return items;
 }
 
 } // namespace
@@ -93,18 +102,18 @@ std::optional<Fault> RulesHost::faultOf(std::int32_t messageID, std::optional<By
     if (!payload || (!isBadge && message != CVMAMessageID::requestActions)) {
         return std::nullopt;
     }
-    for (const std::string& item : itemsOf(*payload, isBadge ? "url" : "paths")) {
+    std::optional<Fault> result;
+    visitItems(*payload, isBadge ? "url" : "paths", [&](const std::string& item) {
         const Fault* fault =
             options_.rules.fault(isBadge ? FaultyMessage::badge : FaultyMessage::menu, item);
-        if (fault == nullptr) {
-            continue;
+        const bool isForLater = fault != nullptr && fault->kind == Fault::Kind::exit &&
+                                ++met_[fault] <= fault->count;
+        if (fault != nullptr && !isForLater) {
+            result = *fault;
         }
-        if (fault->kind == Fault::Kind::exit && ++met_[fault] <= fault->count) {
-            return std::nullopt;
-        }
-        return *fault;
-    }
-    return std::nullopt;
+        return fault != nullptr;
+    });
+    return result;
 }
 
 std::string RulesHost::relative(std::string_view path) const {

@@ -8,10 +8,12 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <deque>
 #include <iterator>
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace corvid::gtk {
 
@@ -28,6 +30,28 @@ struct Job {
     std::vector<link::AskedItem> items;
     std::size_t heard = 0;
 };
+
+/// What is being listed, and what waits for that. On the main thread.
+class Jobs {
+public:
+    void add(std::unique_ptr<Job> job);
+    /// Everything of `job` was heard.
+    void end(Job* job);
+
+private:
+    void startSome();
+    bool start(std::unique_ptr<Job> job);
+    bool isInWork(const std::string& folder) const;
+
+    std::vector<std::unique_ptr<Job>> inWork_; ///< each a thread, until it was heard
+    std::deque<std::unique_ptr<Job>> waiting_;
+};
+
+/// Never freed: a thread that a disk holds up may outlive everything else.
+Jobs& jobs() {
+    static auto* const theOnes = new Jobs;
+    return *theOnes;
+}
 
 struct SortedItem {
     link::AskedItem item;
@@ -94,19 +118,60 @@ gpointer run(gpointer data) {
         job->items = firstOf(std::move(job->items));
     }
     g_idle_add_full(G_PRIORITY_DEFAULT, handOver, job,
-                    [](gpointer done) { delete static_cast<Job*>(done); });
+                    [](gpointer done) { jobs().end(static_cast<Job*>(done)); });
     return nullptr;
+}
+
+void Jobs::add(std::unique_ptr<Job> job) {
+    std::erase_if(waiting_, [&](const auto& other) {
+        return other->folder == job->folder && other->which == job->which;
+    });
+    waiting_.push_back(std::move(job));
+    startSome();
+    if (waiting_.size() > kMaxWaitingListings) {
+        waiting_.pop_front();
+    }
+}
+
+void Jobs::end(Job* job) {
+    std::erase_if(inWork_, [&](const auto& other) { return other.get() == job; });
+    startSome();
+}
+
+/// The newest first: it is what people look at.
+void Jobs::startSome() {
+    for (auto next = waiting_.end(); next != waiting_.begin() && inWork_.size() < kMaxListings;) {
+        --next;
+        // On a disk that hangs, each further thread for the same folder would hang as well.
+        if (!isInWork((*next)->folder)) {
+            std::unique_ptr<Job> job = std::move(*next);
+            next = waiting_.erase(next);
+            if (!start(std::move(job))) {
+                return;
+            }
+        }
+    }
+}
+
+bool Jobs::start(std::unique_ptr<Job> job) {
+    GThread* const thread = g_thread_try_new("corvid-listing", run, job.get(), nullptr);
+    if (thread == nullptr) {
+        return false; // The badges come when the file manager asks for them.
+    }
+    g_thread_unref(thread);
+    inWork_.push_back(std::move(job));
+    return true;
+}
+
+bool Jobs::isInWork(const std::string& folder) const {
+    return std::any_of(inWork_.begin(), inWork_.end(),
+                       [&](const auto& job) { return job->folder == folder; });
 }
 
 } // namespace
 
 void listItems(const std::string& folder, Listing which, HearItems hear) {
-    auto* const job = new Job{folder, which, std::move(hear), {}};
-    if (GThread* const thread = g_thread_try_new("corvid-listing", run, job, nullptr)) {
-        g_thread_unref(thread);
-    } else { // The badges come when the file manager asks for them, or reads the folder again.
-        delete job;
-    }
+    jobs().add(std::make_unique<Job>(Job{folder, which, std::move(hear), {}}));
 }
 
 } // namespace corvid::gtk

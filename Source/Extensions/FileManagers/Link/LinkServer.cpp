@@ -75,6 +75,27 @@ void LinkServer::setProblem(std::string problem) {
     problem_ = std::move(problem);
 }
 
+void LinkServer::listenAt(OwnedFd listener) {
+    {
+        const MutexLock lock(mutex_);
+        nextListener_ = std::move(listener);
+    }
+    wake();
+}
+
+void LinkServer::changeListener() {
+    OwnedFd next;
+    {
+        const MutexLock lock(mutex_);
+        next = std::exchange(nextListener_, OwnedFd());
+    }
+    if (next) {
+        acceptAll(); // who found the old one while it was there
+        listener_ = std::move(next);
+        await(listener_.get(), kListenerKey, EPOLLIN, true);
+    }
+}
+
 void LinkServer::setVolumeFixed(bool isFixed) {
     const MutexLock lock(mutex_);
     isVolumeFixed_ = isFixed;
@@ -111,6 +132,7 @@ void LinkServer::run() {
             isWoken_ = false;
             hasNews_ = false;
             nextDelivery_ = now + kDeliveryPause;
+            changeListener();
             deliverAll();
         }
         if (!finder_.isRetrying()) {

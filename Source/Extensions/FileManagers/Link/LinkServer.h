@@ -41,6 +41,9 @@ public:
     /// Makes run() return. Any thread, and a signal handler.
     void stop();
 
+    /// Serves at `listener` from now on; front ends that are connected stay. Any thread.
+    void listenAt(OwnedFd listener);
+
     /// What is set up wrongly, as a sentence for the status; empty for nothing. And whether the
     /// volume was named to the extension itself. Any thread.
     void setProblem(std::string problem);
@@ -57,6 +60,7 @@ private:
     void wake();
     void await(int fd, std::uint64_t key, std::uint32_t events, bool isNew);
     void acceptAll();
+    void changeListener();
     void serve(FrontEnds::iterator frontEnd, std::uint32_t events);
     bool handle(FinderModel::Connection connection, FrontEnd& frontEnd, Message message);
     bool greet(FinderModel::Connection connection, FrontEnd& frontEnd, const Hello& hello);
@@ -77,6 +81,7 @@ private:
     std::atomic<bool> isStopped_{false};
     mutable Mutex mutex_;
     std::string problem_ CORVID_GUARDED_BY(mutex_);
+    OwnedFd nextListener_ CORVID_GUARDED_BY(mutex_);
     bool isVolumeFixed_ CORVID_GUARDED_BY(mutex_) = false;
 
     FinderRole finder_;

@@ -51,7 +51,9 @@ SendMonitor::Figures SendMonitor::figures() const {
 MessagePortRef SendMonitor::createRemote(std::string_view name) {
     MessagePortRef remote = service_.createRemote(name);
     if (remote == nullptr) {
-        outcomeOfThread = SendOutcome::hostAbsent;
+        // A host that cannot be reached now, for want of descriptors say, is asked again.
+        const bool isGone = service_.presenceOf(name).state == PortPresence::State::gone;
+        outcomeOfThread = isGone ? SendOutcome::hostAbsent : SendOutcome::failed;
     }
     return remote;
 }

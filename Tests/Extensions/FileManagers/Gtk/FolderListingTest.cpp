@@ -1,13 +1,18 @@
 #include "Extensions/FileManagers/Gtk/FolderListing.h"
+#include "Tests/Support/HeldCalls.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 #include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace corvid::gtk {
@@ -71,6 +76,77 @@ TEST(FolderListingTest, WhatCannotBeReadHasNoItems) {
     const TemporaryFolder folder;
     EXPECT_THAT(namesOf(folder / "missing", Listing::first, 1), ElementsAre());
     EXPECT_THAT(namesOf(folder / "missing", Listing::all, 1), ElementsAre());
+}
+
+/// Threads of this process. (Its folder of them cannot be read while that is what hangs.)
+std::size_t threads() {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    std::size_t count = 0;
+    while (status >> word && word != "Threads:") {
+    }
+    status >> count;
+    return count;
+}
+
+TEST(FolderListingTest, ADiskThatDoesNotAnswerHoldsUpAFewThreads) {
+    const TemporaryFolder folder;
+    constexpr std::size_t kFolders = 3 * (kMaxListings + kMaxWaitingListings);
+    bool isPossible = true;
+    std::thread([&] {
+        // What a thread of this one's reads a folder with.
+        auto held = std::make_unique<HeldCalls>(SYS_getdents64);
+        isPossible = held->work();
+        if (!isPossible) {
+            return;
+        }
+        const std::size_t threadsBefore = threads();
+        std::vector<std::string> heard;
+        const auto list = [&](std::size_t number) {
+            const std::string name = folder / std::to_string(number);
+            std::filesystem::create_directory(name);
+            listItems(name, Listing::all, [&](const std::string& listed, const auto& /*items*/) {
+                heard.push_back(std::filesystem::path(listed).filename());
+            });
+        };
+        for (std::size_t i = 0; i < kMaxListings; ++i) {
+            list(0); // of one folder, which needs one thread
+        }
+        for (std::size_t i = 1; i < kFolders; ++i) {
+            list(i);
+        }
+        for (std::size_t i = 0; i < kMaxListings; ++i) {
+            EXPECT_TRUE(held->waitForOne());
+        }
+        EXPECT_LE(threads(), threadsBefore + kMaxListings);
+        // The network is back, with an error: those that were begun end, and those that waited.
+        held.reset();
+        while (heard.size() < kMaxListings + kMaxWaitingListings) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+        EXPECT_THAT(heard, ::testing::Contains(std::to_string(kFolders - 1)));
+        EXPECT_THAT(heard, ::testing::Not(::testing::Contains(std::to_string(kMaxListings + 1))));
+        while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+        }
+        EXPECT_EQ(heard.size(), kMaxListings + kMaxWaitingListings);
+    }).join();
+    if (!isPossible) {
+        GTEST_SKIP() << "the system does not let calls be held up";
+    }
+}
+
+TEST(FolderListingTest, AProcessEndsWhileADiskDoesNotAnswer) {
+    const TemporaryFolder folder;
+    EXPECT_EXIT(
+        {
+            const HeldCalls held(SYS_getdents64);
+            listItems(folder / "", Listing::all, [](const auto&, const auto&) {});
+            if (held.work() && !held.waitForOne()) {
+                std::abort();
+            }
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace
