@@ -1,20 +1,27 @@
 #include "Tools/corvid-host/Clipboard.h"
 
+#include "Platform/Unix/Deadline.h"
 #include "Platform/Unix/OwnedFd.h"
 #include "Tools/corvid-host/ChildProcess.h"
 
 #include <fmt/format.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace corvid {
 
 namespace {
+
+/// How long a terminal may take to read the text.
+constexpr std::chrono::milliseconds kLongestTerminal(1000);
 
 std::string base64(std::string_view bytes) {
     constexpr std::string_view kDigits =
@@ -31,6 +38,24 @@ std::string base64(std::string_view bytes) {
         }
     }
     return text;
+}
+
+/// False when `terminal`, which was opened without waiting, has not taken all at the deadline.
+bool writeWithin(int terminal, std::string_view text, const Deadline& deadline) {
+    while (!text.empty()) {
+        const ssize_t count = write(terminal, text.data(), text.size());
+        if (count > 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+            continue;
+        }
+        if ((errno != EAGAIN && errno != EINTR) || deadline.passed()) {
+            return false;
+        }
+        pollfd source{terminal, POLLOUT, 0};
+        const timespec left = deadline.timespecLeft();
+        ppoll(&source, 1, &left, nullptr);
+    }
+    return true;
 }
 
 } // namespace
@@ -81,15 +106,16 @@ std::optional<std::string> copyToClipboard(const std::string& text, const Sessio
     if (const auto command = clipboardCommand(session)) {
         return runCommand(*command, text);
     }
-    const OwnedFd terminal(open(session.terminal.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    const OwnedFd terminal(
+        open(session.terminal.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!terminal) {
         return "there is no clipboard to copy to; install wl-clipboard or xclip, or start the host "
                "in a terminal";
     }
     const std::string sequence = terminalClipboardSequence(text);
-    const ssize_t written = write(terminal.get(), sequence.data(), sequence.size());
-    if (written != static_cast<ssize_t>(sequence.size())) {
-        return fmt::format("the terminal {} did not take the text to copy", session.terminal);
+    if (!writeWithin(terminal.get(), sequence, Deadline(kLongestTerminal))) {
+        return fmt::format("the terminal {} did not take the text to copy; is it stopped (Ctrl-S)?",
+                           session.terminal);
     }
     return std::nullopt;
 }

@@ -31,7 +31,8 @@ std::optional<std::vector<std::string>> clipboardCommand(const Session& session)
 std::string terminalClipboardSequence(const std::string& text);
 
 /// Puts `text` on the clipboard: of the desktop by a program, else of the terminal.
-/// Nothing when done, else what is missing. Any thread; waits for the program.
+/// Nothing when done, else what is missing. Any thread; waits for the
+/// program as runCommand() does, and for the terminal for a second.
 std::optional<std::string> copyToClipboard(const std::string& text, const Session& session);
 
 } // namespace corvid

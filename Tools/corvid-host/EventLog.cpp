@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <string>
+
 namespace corvid {
 
 namespace {
@@ -27,30 +29,36 @@ std::string jsonLine(const char* name, const nlohmann::ordered_json& fields) {
     return text;
 }
 
+std::string droppedLine(bool isJson, std::size_t count) {
+    if (isJson) {
+        return jsonLine("dropped", {{"lines", count}});
+    }
+    return "(" + std::to_string(count) + " lines are missing here, since nobody read them in time)";
+}
+
 } // namespace
+
+EventLog::EventLog(std::FILE* output, bool isJson)
+    : isJson_(isJson),
+      output_(fileno(output), [isJson](std::size_t count) { return droppedLine(isJson, count); }),
+      errors_(fileno(stderr), [isJson](std::size_t count) { return droppedLine(isJson, count); }) {}
 
 void EventLog::say(const char* name, const std::string& words,
                    const nlohmann::ordered_json& fields) {
-    write(output_, isJson_ ? jsonLine(name, fields) : printableText(words));
+    output_.add(isJson_ ? jsonLine(name, fields) : printableText(words));
 }
 
 void EventLog::sayLines(const char* name, const std::string& text,
                         const nlohmann::ordered_json& fields) {
-    write(output_, isJson_ ? jsonLine(name, fields) : printableLines(text));
+    output_.add(isJson_ ? jsonLine(name, fields) : printableLines(text));
 }
 
 void EventLog::problem(const std::string& text) {
     if (isJson_) {
         say("problem", text, {{"text", text}});
     } else {
-        write(stderr, "corvid-host: " + printableText(text));
+        errors_.add("corvid-host: " + printableText(text));
     }
-}
-
-void EventLog::write(std::FILE* output, const std::string& line) {
-    const MutexLock lock(mutex_);
-    std::fprintf(output, "%s\n", line.c_str());
-    std::fflush(output);
 }
 
 } // namespace corvid

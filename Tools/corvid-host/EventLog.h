@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/Base/Mutex.h"
+#include "Tools/corvid-host/LineWriter.h"
 
 #include <cstdio>
 #include <string>
@@ -10,12 +10,15 @@
 namespace corvid {
 
 /// What a host says while it runs: a line of words for people, or a line of JSON for scripts.
-/// Every line is written out at once, and no terminal acts on what is in it: names and texts from
-/// outside are given as they are, and escaped here (printableText()). Any thread.
+/// Every line is written out at once, by threads of its own: no member waits for who reads. Lines
+/// that nobody reads are dropped beyond LineWriter::kMostBytes, and their number is said: to
+/// people in words, to scripts as the event "dropped" with the field "lines". No terminal acts on
+/// what is in a line: names and texts from outside are given as they are, and escaped here
+/// (printableText()). Any thread.
 class EventLog {
 public:
-    /// `output` is not owned.
-    EventLog(std::FILE* output, bool isJson) : output_(output), isJson_(isJson) {}
+    /// `output` is not owned; nobody else writes to it meanwhile.
+    EventLog(std::FILE* output, bool isJson);
 
     /// Says that `name` happened: `words` to people, or `{"event": name, ...fields}` to scripts.
     void say(const char* name, const std::string& words, const nlohmann::ordered_json& fields);
@@ -27,11 +30,9 @@ public:
     void problem(const std::string& text);
 
 private:
-    void write(std::FILE* output, const std::string& line);
-
-    std::FILE* const output_;
     const bool isJson_;
-    Mutex mutex_;
+    LineWriter output_;
+    LineWriter errors_;
 };
 
 } // namespace corvid

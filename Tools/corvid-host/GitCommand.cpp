@@ -24,11 +24,12 @@ void addGitCommand(const Command& program) {
     command.onRun([arguments] {
         EventLog log(stdout, arguments->isJson);
         try {
-            GitHost host(arguments->options, log);
-            // From here on there is something to take down; a long scan may simply be killed.
             blockStopSignals();
+            GitHost host(arguments->options, log, isToStop);
             host.open();
             waitForStop();
+        } catch (const GitHost::Stopped&) {
+            // while it scanned
         } catch (const std::exception& error) {
             log.problem(error.what());
             throw CommandFailure{};

@@ -1,5 +1,9 @@
 #include "Tools/corvid-host/GitHost.h"
 
+#include "Platform/Unix/RuntimeFolder.h"
+#include "Platform/Unix/VolumeFile.h"
+
+#include <CorvidHostKit/Error.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -25,6 +29,12 @@ using Clock = std::chrono::steady_clock;
 /// badges move while it lasts.
 constexpr std::chrono::milliseconds kPause(4);
 constexpr std::chrono::milliseconds kLongestBurst(100);
+
+/// How often a host that scans looks whether another one has begun to serve.
+constexpr std::chrono::milliseconds kPauseBetweenLooks(500);
+
+/// After a scan that failed, for want of descriptors for example.
+constexpr std::chrono::milliseconds kPauseAfterFailure(1000);
 
 std::string servedFolder(const std::string& named, const std::string& workTree) {
     namespace fs = std::filesystem;
@@ -59,14 +69,19 @@ bool isRuleFile(std::string_view path) {
 
 } // namespace
 
-GitHost::GitHost(const Options& options, EventLog& log)
-    : log_(log), isReadOnly_(options.isReadOnly), repository_(options.folder),
-      folder_(servedFolder(options.folder, repository_.workTree())),
+GitHost::GitHost(const Options& options, EventLog& log, std::function<bool()> isToStop)
+    : log_(log), isToStop_(std::move(isToStop)), isReadOnly_(options.isReadOnly),
+      repository_(options.folder), folder_(servedFolder(options.folder, repository_.workTree())),
       treeWatcher_(repository_.workTree()), gitWatcher_(repository_.gitFolder()),
       commonWatcher_(repository_.commonFolder()),
-      scanner_(repository_, User::current(),
-               [this](const std::string& folder) { treeWatcher_.watch(folder); }),
+      scanner_(
+          repository_, User::current(),
+          [this](const std::string& folder, int descriptor) {
+              treeWatcher_.watch(folder, descriptor);
+          },
+          [this] { mayInterrupt(); }),
       viewer_(log, session_), wake_(makeWakeDescriptor()) {
+    lookForOtherHost();
     log_.say("scanning", fmt::format("Scanning {} …", folder_), {{"folder", folder_}});
     const auto start = Clock::now();
     gitWatcher_.watch("");
@@ -83,15 +98,31 @@ GitHost::GitHost(const Options& options, EventLog& log)
     }
     // The index may have changed before its folder was watched.
     repository_.reload();
-    {
-        const std::vector<ScannedItem> items = scanner_.scan("");
-        const MutexLock lock(mutex_);
-        tree_.replace("", items);
-        tree_.takeChanges();
-        const auto time =
-            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        log_.say("scanned", fmt::format("{} files in {} ms", tree_.fileCount(), time.count()),
-                 {{"files", tree_.fileCount()}, {"milliseconds", time.count()}});
+    const Scan scan = scanner_.scan("");
+    const MutexLock lock(mutex_);
+    tree_.replace("", scan);
+    tree_.takeChanges({});
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+    log_.say("scanned", fmt::format("{} files in {} ms", tree_.fileCount(), time.count()),
+             {{"files", tree_.fileCount()}, {"milliseconds", time.count()}});
+}
+
+/// Ends a scan when the process is to stop, or when, before this host serves, another one does.
+void GitHost::mayInterrupt() {
+    if (isToStop_()) {
+        throw Stopped{};
+    }
+    if (host_ == nullptr && Clock::now() >= nextLook_) {
+        nextLook_ = Clock::now() + kPauseBetweenLooks;
+        lookForOtherHost();
+    }
+}
+
+void GitHost::lookForOtherHost() const {
+    if (const auto other = VolumeFile::ofHost(RuntimeFolder::ofThisUser()).read()) {
+        throw hostkit::Error(fmt::format("another host application (process {}) serves {} to this "
+                                         "user already; stop it first",
+                                         other->process, other->folder));
     }
 }
 
@@ -139,9 +170,19 @@ void GitHost::actionPerformed(const hostkit::Click& click) {
                              ? fmt::format(" and {} more", click.paths.size() - 1)
                              : std::string()),
              {{"action", click.action}, {"title", click.title}, {"paths", click.paths}});
+    bool isTooMany = false;
     {
         const MutexLock lock(mutex_);
-        clicks_.push_back(click);
+        isTooMany = clicks_.size() >= kMostClicks;
+        if (!isTooMany) {
+            clicks_.push_back(click);
+        }
+    }
+    if (isTooMany) {
+        log_.problem(
+            fmt::format("\"{}\" is not done, since {} clicks wait already; choose it again "
+                        "when they are done",
+                        click.title, kMostClicks));
     }
     wake(wake_);
 }
@@ -153,10 +194,18 @@ void GitHost::extensionChanged(const std::string& portName, bool isOpen) {
 }
 
 void GitHost::folderShown(const std::string& path) {
+    {
+        const MutexLock lock(mutex_);
+        shown_.insert(relative(path));
+    }
     log_.say("shown", "On the screen: " + path, {{"folder", path}});
 }
 
 void GitHost::folderHidden(const std::string& path) {
+    {
+        const MutexLock lock(mutex_);
+        shown_.erase(relative(path));
+    }
     log_.say("hidden", "Off the screen: " + path, {{"folder", path}});
 }
 
@@ -167,25 +216,43 @@ void GitHost::problem(const std::string& text) {
 void GitHost::run() {
     while (waitForWork()) {
         try {
-            update();
-            while (true) {
-                hostkit::Click click;
-                {
-                    const MutexLock lock(mutex_);
-                    if (clicks_.empty()) {
-                        break;
-                    }
-                    click = std::move(clicks_.front());
-                    clicks_.pop_front();
-                }
-                perform(click);
-                // Not left to the watchers: the badge is to answer the click.
-                isRepositoryTouched_ = true;
-                update();
+            work();
+            lastFailure_.clear();
+        } catch (const Stopped&) {
+            return;
+        } catch (const std::exception& error) {
+            // What was to be looked at is not known any more: all of it, in a while.
+            touched_ = {""};
+            isRepositoryTouched_ = true;
+            mustTryAgain_ = true;
+            if (lastFailure_ != error.what()) {
+                lastFailure_ = error.what();
+                log_.problem(lastFailure_);
             }
+        }
+    }
+}
+
+void GitHost::work() {
+    update();
+    while (true) {
+        hostkit::Click click;
+        {
+            const MutexLock lock(mutex_);
+            if (clicks_.empty()) {
+                return;
+            }
+            click = std::move(clicks_.front());
+            clicks_.pop_front();
+        }
+        try {
+            perform(click);
         } catch (const std::exception& error) {
             log_.problem(error.what());
         }
+        // Not left to the watchers: the badge is to answer the click.
+        isRepositoryTouched_ = true;
+        update();
     }
 }
 
@@ -196,6 +263,10 @@ bool GitHost::waitForWork() {
                                    {commonWatcher_.descriptor(), POLLIN, 0}}};
     Clock::time_point latest;
     int timeout = -1;
+    if (std::exchange(mustTryAgain_, false)) {
+        timeout = static_cast<int>(kPauseAfterFailure.count());
+        latest = Clock::now() + kPauseAfterFailure;
+    }
     while (true) {
         const int ready = poll(sources.data(), sources.size(), timeout);
         if (ready < 0 && errno != EINTR) {
@@ -254,7 +325,7 @@ void GitHost::update() {
                 : path);
     }
     std::ranges::sort(paths);
-    std::vector<BadgeTree::Change> changes;
+    TreeScanner::Pass pass(scanner_);
     for (std::size_t i = 0; i < paths.size(); ++i) {
         const bool isCovered = i > 0 && (paths.front().empty() || paths[i] == paths[i - 1] ||
                                          paths[i].starts_with(paths[i - 1] + "/"));
@@ -262,26 +333,27 @@ void GitHost::update() {
             paths[i] = paths[i - 1];
             continue;
         }
-        const std::vector<ScannedItem> items = scanner_.scan(paths[i]);
+        const Scan scan = pass.scan(paths[i]);
         const MutexLock lock(mutex_);
-        tree_.replace(paths[i], items);
+        tree_.replace(paths[i], scan);
     }
+    BadgeTree::Changes changes;
     {
         const MutexLock lock(mutex_);
-        changes = tree_.takeChanges();
+        changes = tree_.takeChanges(shown_);
     }
-    for (const BadgeTree::Change& change : changes) {
+    for (const BadgeTree::Change& change : changes.shown) {
         host_->push(absolute(change.path), std::string(change.badge.rawValue()),
                     hostkit::PushTo::whoShowsTheFolder);
     }
-    if (!changes.empty()) {
-        const std::string first = absolute(changes.front().path);
-        const std::string_view badge = changes.front().badge.rawValue();
+    if (changes.example) {
+        const std::string first = absolute(changes.example->path);
+        const std::string_view badge = changes.example->badge.rawValue();
         log_.say("badges",
                  fmt::format("{}: {}{}", first, badge,
-                             changes.size() > 1 ? fmt::format(", and {} more", changes.size() - 1)
-                                                : std::string()),
-                 {{"count", changes.size()}, {"path", first}, {"badge", badge}});
+                             changes.count > 1 ? fmt::format(", and {} more", changes.count - 1)
+                                               : std::string()),
+                 {{"count", changes.count}, {"path", first}, {"badge", badge}});
     }
     if (treeWatcher_.isIncomplete() && !std::exchange(hasWarned_, true)) {
         log_.problem("the system has too few file watches for this tree, so that some changes go "

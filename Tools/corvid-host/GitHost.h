@@ -13,7 +13,10 @@
 #include <CorvidHostKit/Application.h>
 #include <CorvidHostKit/Host.h>
 
+#include <chrono>
+#include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -35,9 +38,16 @@ public:
         bool isReadOnly = false; ///< offers no action that changes the repository
     };
 
+    /// So many clicks may wait for the thread; further ones are refused, and that is said.
+    static constexpr std::size_t kMostClicks = 256;
+
+    /// Thrown when a scan is given up because of `isToStop`.
+    struct Stopped {};
+
     /// Scans the work tree that `options.folder` is in. `log` is not owned. Starts no thread.
-    /// Throws GitError and std::system_error.
-    GitHost(const Options& options, EventLog& log);
+    /// `isToStop` is asked while it scans, here and later. Throws GitError, std::system_error,
+    /// hostkit::Error as soon as another host is seen to serve this user, and Stopped.
+    GitHost(const Options& options, EventLog& log, std::function<bool()> isToStop);
     ~GitHost() override;
 
     /// Begins to serve. Throws hostkit::Error. Once.
@@ -53,8 +63,11 @@ private:
     void folderHidden(const std::string& path) override;
     void problem(const std::string& text) override;
 
+    void mayInterrupt();
+    void lookForOtherHost() const;
     void run();
     bool waitForWork();
+    void work();
     void readWatchers();
     void update();
     void perform(const hostkit::Click& click);
@@ -66,6 +79,7 @@ private:
     std::string absolute(std::string_view path) const;
 
     EventLog& log_;
+    const std::function<bool()> isToStop_;
     const bool isReadOnly_;
     GitRepository repository_;
     const std::string folder_; ///< the work tree, as its paths are served
@@ -81,9 +95,13 @@ private:
     bool isRepositoryTouched_ = false;
     bool areRulesTouched_ = false;
     bool hasWarned_ = false;
+    std::chrono::steady_clock::time_point nextLook_; ///< for another host, before this one serves
+    std::string lastFailure_;                        ///< what run() has said last
+    bool mustTryAgain_ = false;                      ///< in a while, since something failed
 
     Mutex mutex_;
     BadgeTree tree_ CORVID_GUARDED_BY(mutex_);
+    std::set<std::string> shown_ CORVID_GUARDED_BY(mutex_); ///< folders, as in the tree
     std::deque<hostkit::Click> clicks_ CORVID_GUARDED_BY(mutex_);
     bool isStopping_ CORVID_GUARDED_BY(mutex_) = false;
 

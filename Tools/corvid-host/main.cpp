@@ -2,11 +2,18 @@
 
 #include "Tools/corvid-host/Commands.h"
 
+#include "Platform/Unix/ExitDeadline.h"
+
+#include <atomic>
 #include <csignal>
+#include <thread>
 
 namespace corvid {
 
 namespace {
+
+// Used by a thread that is there until the process ends.
+std::atomic<bool> stopWasAsked{false};
 
 sigset_t stopSignals() {
     sigset_t signals;
@@ -19,14 +26,24 @@ sigset_t stopSignals() {
 } // namespace
 
 void blockStopSignals() {
+    ExitDeadline::install();
     const sigset_t signals = stopSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals] {
+        int signal = 0;
+        sigwait(&signals, &signal);
+        ExitDeadline::arm(0);
+        stopWasAsked = true;
+        stopWasAsked.notify_all();
+    }).detach();
+}
+
+bool isToStop() {
+    return stopWasAsked;
 }
 
 void waitForStop() {
-    const sigset_t signals = stopSignals();
-    int signal = 0;
-    sigwait(&signals, &signal);
+    stopWasAsked.wait(false);
 }
 
 } // namespace corvid

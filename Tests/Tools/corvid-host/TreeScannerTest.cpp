@@ -21,7 +21,7 @@ class TreeScannerTest : public GitFixture {
 protected:
     BadgeTree scanAll(GitRepository& repository) {
         TreeScanner scanner(repository, User::current(),
-                            [this](const std::string& folder) { visited_.insert(folder); });
+                            [this](const std::string& folder, int) { visited_.insert(folder); });
         BadgeTree tree;
         tree.replace("", scanner.scan(""));
         return tree;
@@ -196,9 +196,9 @@ TEST_F(TreeScannerTest, fileInTheWayOfATrackedFolder) {
     EXPECT_EQ(badge("z/inside"), "cloud");
 
     GitRepository repository(work_);
-    TreeScanner scanner(repository, User::current(), [](const std::string&) {});
-    EXPECT_TRUE(scanner.scan("x/y").empty());
-    EXPECT_TRUE(scanner.scan("nowhere").empty());
+    TreeScanner scanner(repository, User::current(), [](const std::string&, int) {});
+    EXPECT_TRUE(scanner.scan("x/y").isEmpty());
+    EXPECT_TRUE(scanner.scan("nowhere").isEmpty());
 }
 
 TEST_F(TreeScannerTest, namesOfAnyBytes) {

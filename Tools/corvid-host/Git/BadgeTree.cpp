@@ -1,5 +1,7 @@
 #include "Tools/corvid-host/Git/BadgeTree.h"
 
+#include <map>
+#include <unordered_set>
 #include <utility>
 
 namespace corvid {
@@ -25,7 +27,7 @@ struct BadgeTree::Node {
     FileState state;
     CVMABadgeID badge = CVMABadgeID::none;
     std::uint64_t generation = 0;
-    std::map<std::string, std::unique_ptr<Node>, std::less<>> children;
+    std::map<std::string_view, std::unique_ptr<Node>> children; ///< by their own `name`
     CVMABadgeID counted = CVMABadgeID::none; ///< as what the folder above counts it
     std::array<std::size_t, kBadgeCount> childBadges{};
 
@@ -47,29 +49,45 @@ struct BadgeTree::Node {
     }
 
     std::string path() const {
-        if (parent == nullptr || parent->parent == nullptr) {
-            return name;
+        std::vector<const Node*> nodes;
+        std::size_t length = 0;
+        for (const Node* node = this; node->parent != nullptr; node = node->parent) {
+            nodes.push_back(node);
+            length += node->name.size() + 1;
         }
-        return parent->path() + "/" + name;
+        std::string text;
+        text.reserve(length);
+        for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+            text.append(text.empty() ? "" : "/").append((*node)->name);
+        }
+        return text;
     }
 };
 
 BadgeTree::BadgeTree() : top_(std::make_unique<Node>()) {}
 
-BadgeTree::~BadgeTree() = default;
+BadgeTree::~BadgeTree() {
+    if (top_ != nullptr) {
+        forget(std::move(top_));
+    }
+}
 
 BadgeTree::BadgeTree(BadgeTree&& other) noexcept = default;
 
-void BadgeTree::set(const ScannedItem& item) {
-    Node& node = make(item.path);
-    if (!item.isFolder) {
+void BadgeTree::set(std::string_view path, bool isFolder, const FileState& state) {
+    assign(make(path), isFolder, state);
+}
+
+void BadgeTree::assign(Node& node, bool isFolder, const FileState& state) {
+    if (!isFolder) {
         while (!node.children.empty()) {
             erase(*node.children.begin()->second);
         }
     }
-    setKind(node, item.isFolder);
-    node.state = item.state;
-    for (Node* above = &node; above != nullptr; above = above->parent) {
+    setKind(node, isFolder);
+    node.state = state;
+    for (Node* above = &node; above != nullptr && above->generation != generation_;
+         above = above->parent) {
         above->generation = generation_;
     }
     update(node);
@@ -81,10 +99,17 @@ void BadgeTree::remove(std::string_view path) {
     }
 }
 
-void BadgeTree::replace(std::string_view path, const std::vector<ScannedItem>& items) {
+void BadgeTree::replace(std::string_view path, const Scan& scan) {
     ++generation_;
-    for (const ScannedItem& item : items) {
-        set(item);
+    std::vector<Node*> lastOnLevel;
+    for (const ScannedItem& item : scan.items) {
+        lastOnLevel.resize(item.level);
+        Node& node = item.level == 0 ? make(path) : child(*lastOnLevel.back(), item.name);
+        assign(node, item.isFolder, item.state);
+        lastOnLevel.push_back(&node);
+    }
+    for (const Scan::Deleted& file : scan.deleted) {
+        set(file.path, false, file.state);
     }
     Node* node = find(path);
     if (node == nullptr) {
@@ -97,11 +122,24 @@ void BadgeTree::replace(std::string_view path, const std::vector<ScannedItem>& i
     }
 }
 
-std::vector<BadgeTree::Change> BadgeTree::takeChanges() {
-    std::vector<Change> changes;
+BadgeTree::Changes BadgeTree::takeChanges(const std::set<std::string>& shownFolders) {
+    std::unordered_set<const Node*> shown;
+    for (const std::string& folder : shownFolders) {
+        if (const Node* node = find(folder)) {
+            shown.insert(node);
+        }
+    }
+    Changes changes;
     for (const auto& [node, before] : before_) {
-        if (node->badge != before && node->state.isOnDisk && node != top_.get()) {
-            changes.push_back({node->path(), node->badge});
+        if (node->badge == before || !node->state.isOnDisk || node == top_.get()) {
+            continue;
+        }
+        ++changes.count;
+        if (shown.contains(node->parent)) {
+            changes.shown.push_back({node->path(), node->badge});
+        }
+        if (!changes.example) {
+            changes.example = Change{node->path(), node->badge};
         }
     }
     before_.clear();
@@ -116,24 +154,35 @@ CVMABadgeID BadgeTree::badge(std::string_view path) const {
 void BadgeTree::forEachFile(
     std::string_view path,
     const std::function<void(const std::string&, const FileState&)>& visit) const {
-    if (const Node* node = find(path)) {
-        std::string text(path);
-        visitFiles(*node, text, visit);
-    }
-}
-
-void BadgeTree::visitFiles(
-    const Node& node, std::string& path,
-    const std::function<void(const std::string&, const FileState&)>& visit) const {
-    if (!node.isFolder) {
-        visit(path, node.state);
+    const Node* node = find(path);
+    if (node == nullptr) {
         return;
     }
-    const std::size_t length = path.size();
-    for (const auto& [name, child] : node.children) {
-        path.append(length == 0 ? "" : "/").append(name);
-        visitFiles(*child, path, visit);
-        path.resize(length);
+    std::string text(path);
+    if (!node->isFolder) {
+        visit(text, node->state);
+        return;
+    }
+    struct Level {
+        decltype(Node::children)::const_iterator next;
+        decltype(Node::children)::const_iterator end;
+        std::size_t length; ///< of the path of the folder
+    };
+    std::vector<Level> levels{{node->children.begin(), node->children.end(), text.size()}};
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        text.resize(level.length);
+        if (level.next == level.end) {
+            levels.pop_back();
+            continue;
+        }
+        const auto& [name, item] = *level.next++;
+        text.append(text.empty() ? "" : "/").append(name);
+        if (item->isFolder) {
+            levels.push_back({item->children.begin(), item->children.end(), text.size()});
+        } else {
+            visit(text, item->state);
+        }
     }
 }
 
@@ -152,20 +201,23 @@ BadgeTree::Node* BadgeTree::find(std::string_view path) const {
 BadgeTree::Node& BadgeTree::make(std::string_view path) {
     Node* node = top_.get();
     while (!path.empty()) {
-        const std::string_view name = takeComponent(path);
-        auto found = node->children.find(name);
-        if (found == node->children.end()) {
-            setKind(*node, true);
-            auto child = std::make_unique<Node>();
-            child->name = name;
-            child->parent = node;
-            before_.emplace(child.get(), CVMABadgeID::none);
-            ++node->childBadges[CVMABadgeID::none];
-            found = node->children.emplace(child->name, std::move(child)).first;
-        }
-        node = found->second.get();
+        node = &child(*node, takeComponent(path));
     }
     return *node;
+}
+
+BadgeTree::Node& BadgeTree::child(Node& parent, std::string_view name) {
+    if (const auto found = parent.children.find(name); found != parent.children.end()) {
+        return *found->second;
+    }
+    setKind(parent, true);
+    auto child = std::make_unique<Node>();
+    child->name = name;
+    child->parent = &parent;
+    before_.emplace(child.get(), CVMABadgeID::none);
+    ++parent.childBadges[CVMABadgeID::none];
+    const std::string_view key = child->name;
+    return *parent.children.emplace(key, std::move(child)).first->second;
 }
 
 void BadgeTree::setKind(Node& node, bool isFolder) {
@@ -177,40 +229,56 @@ void BadgeTree::setKind(Node& node, bool isFolder) {
 }
 
 void BadgeTree::erase(Node& node) {
-    while (!node.children.empty()) {
-        erase(*node.children.begin()->second);
-    }
-    fileCount_ -= node.isFolder ? 0 : 1;
-    before_.erase(&node);
     Node& parent = *node.parent;
     --parent.childBadges[node.counted.value()];
-    parent.children.erase(parent.children.find(node.name));
+    forget(std::move(parent.children.extract(node.name).mapped()));
     update(parent);
 }
 
-void BadgeTree::sweep(Node& node) {
-    for (auto child = node.children.begin(); child != node.children.end();) {
-        Node& current = *(child++)->second;
-        if (current.generation != generation_) {
-            erase(current);
-        } else {
-            sweep(current);
+void BadgeTree::forget(std::unique_ptr<Node> node) {
+    std::vector<std::unique_ptr<Node>> nodes;
+    nodes.push_back(std::move(node));
+    while (!nodes.empty()) {
+        const std::unique_ptr<Node> next = std::move(nodes.back());
+        nodes.pop_back();
+        fileCount_ -= next->isFolder ? 0U : 1U;
+        before_.erase(next.get());
+        for (auto& [name, child] : next->children) {
+            nodes.push_back(std::move(child));
+        }
+    }
+}
+
+void BadgeTree::sweep(Node& top) {
+    std::vector<Node*> nodes{&top};
+    while (!nodes.empty()) {
+        Node& node = *nodes.back();
+        nodes.pop_back();
+        for (auto child = node.children.begin(); child != node.children.end();) {
+            Node& current = *(child++)->second;
+            if (current.generation != generation_) {
+                erase(current);
+            } else if (current.isFolder) {
+                nodes.push_back(&current);
+            }
         }
     }
 }
 
 void BadgeTree::update(Node& node) {
-    const CVMABadgeID badge = node.currentBadge();
-    if (badge != node.badge) {
-        before_.emplace(&node, node.badge);
-        node.badge = badge;
-    }
-    const CVMABadgeID counted = node.state.isIgnored ? CVMABadgeID::none : badge;
-    if (counted != node.counted && node.parent != nullptr) {
-        --node.parent->childBadges[node.counted.value()];
-        ++node.parent->childBadges[counted.value()];
-        node.counted = counted;
-        update(*node.parent);
+    for (Node* current = &node; current != nullptr; current = current->parent) {
+        const CVMABadgeID badge = current->currentBadge();
+        if (badge != current->badge) {
+            before_.emplace(current, current->badge);
+            current->badge = badge;
+        }
+        const CVMABadgeID counted = current->state.isIgnored ? CVMABadgeID::none : badge;
+        if (counted == current->counted || current->parent == nullptr) {
+            return;
+        }
+        --current->parent->childBadges[current->counted.value()];
+        ++current->parent->childBadges[counted.value()];
+        current->counted = counted;
     }
 }
 

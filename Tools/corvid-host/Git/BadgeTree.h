@@ -7,8 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -16,11 +17,27 @@
 
 namespace corvid {
 
-/// One item as a scan found it.
+/// One item as a scan found it, in the folder that the scan found last on the level above.
 struct ScannedItem {
-    std::string path; ///< relative to the top folder, without "/" at either end
+    std::size_t level = 0; ///< below the path that was scanned, whose item is on level 0
+    std::string name;      ///< empty on level 0
     bool isFolder = false;
     FileState state; ///< of a folder, only `isUnreadable` counts
+};
+
+/// All that there is at a path and below it.
+struct Scan {
+    /// A folder comes before what is in it. Empty when nothing is on disk.
+    std::vector<ScannedItem> items;
+
+    struct Deleted {
+        std::string path; ///< relative to the top folder
+        FileState state;
+    };
+    /// What git knows of there though it is gone.
+    std::vector<Deleted> deleted;
+
+    bool isEmpty() const { return items.empty() && deleted.empty(); }
 };
 
 /// The badges of a tree of files. Paths are relative to its top folder, which is "". A folder
@@ -28,7 +45,8 @@ struct ScannedItem {
 /// when it has no items; items without a badge do not count. A folder that cannot be read shows
 /// `accessDenied`. A tracked file that was deleted counts as an item of its folder.
 ///
-/// Changing one item costs no more than its depth. Not thread-safe.
+/// An item takes memory for its name, not for its path. Changing one item costs no more than its
+/// depth, and nothing here calls itself for each level. Not thread-safe.
 class BadgeTree {
 public:
     BadgeTree();
@@ -39,19 +57,25 @@ public:
         std::string path;
         CVMABadgeID badge;
     };
+    struct Changes {
+        std::size_t count = 0;         ///< of all that have changed
+        std::optional<Change> example; ///< one of all
+        std::vector<Change> shown;     ///< those that somebody sees, in no particular order
+    };
 
-    /// Adds the item, or changes it; the folders above it come into being.
-    void set(const ScannedItem& item);
+    /// Adds the item at `path`, or changes it; the folders above it come into being.
+    void set(std::string_view path, bool isFolder, const FileState& state);
 
     /// Takes the item and all below it away.
     void remove(std::string_view path);
 
-    /// Makes what is at `path` and below it equal to `items`, a scan of all that there is.
-    void replace(std::string_view path, const std::vector<ScannedItem>& items);
+    /// Makes what is at `path` and below it equal to `scan`.
+    void replace(std::string_view path, const Scan& scan);
 
     /// The items, folders included, whose badge has changed since the last call and which are
-    /// still there, in no particular order.
-    std::vector<Change> takeChanges();
+    /// still there; those of them that lie in one of `shownFolders` with their paths. (A change
+    /// deep down may change every folder above it, and each has a long path.)
+    Changes takeChanges(const std::set<std::string>& shownFolders);
 
     /// `none` for what is not in the tree.
     CVMABadgeID badge(std::string_view path) const;
@@ -70,13 +94,13 @@ private:
 
     Node* find(std::string_view path) const;
     Node& make(std::string_view path);
+    Node& child(Node& parent, std::string_view name);
+    void assign(Node& node, bool isFolder, const FileState& state);
     void setKind(Node& node, bool isFolder);
     void erase(Node& node);
-    void sweep(Node& node);
+    void forget(std::unique_ptr<Node> node);
+    void sweep(Node& top);
     void update(Node& node);
-    void visitFiles(
-        const Node& node, std::string& path,
-        const std::function<void(const std::string& path, const FileState& state)>& visit) const;
 
     std::unique_ptr<Node> top_;
     std::uint64_t generation_ = 0;

@@ -1,15 +1,19 @@
 #include "Tools/corvid-host/Git/GitRepository.h"
 
+#include "Platform/Unix/OwnedFd.h"
+#include "Tools/corvid-host/Git/PipeGuard.h"
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
+#include <fcntl.h>
 #include <git2.h>
 #include <unistd.h>
 
@@ -24,6 +28,10 @@ struct Release {
 template <class T, void (*release)(T*)>
 using Handle = std::unique_ptr<T, Release<T, release>>;
 
+/// What may be kept of files that are read, besides one for each that the index holds.
+constexpr std::size_t kSpareRead = 1024;
+
+using Config = Handle<git_config, git_config_free>;
 using Repository = Handle<git_repository, git_repository_free>;
 using Index = Handle<git_index, git_index_free>;
 using Tree = Handle<git_tree, git_tree_free>;
@@ -35,7 +43,10 @@ using ConflictIterator = Handle<git_index_conflict_iterator, git_index_conflict_
 /// libgit2's own start and end, counted by it.
 class Library {
 public:
-    Library() { git_libgit2_init(); }
+    Library() {
+        refusePipes();
+        git_libgit2_init();
+    }
     ~Library() { git_libgit2_shutdown(); }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
@@ -47,8 +58,6 @@ public:
     const char* remedy = "";
     if (code == GIT_ELOCKED) {
         remedy = "; another git is at work here: try again, and if none is, remove index.lock";
-    } else if (code == GIT_EOWNER) {
-        remedy = "; if you trust it, run: git config --global --add safe.directory DIR";
     }
     throw GitError(fmt::format("{}: {}{}", what, reason, remedy));
 }
@@ -65,6 +74,50 @@ std::string withoutFinalSlash(const char* path) {
         text.pop_back();
     }
     return text;
+}
+
+/// The repository's folder that is found from `folder` upwards; nothing when there is none.
+std::optional<std::string> repositoryAbove(const std::string& folder) {
+    git_buf found = GIT_BUF_INIT;
+    if (git_repository_discover(&found, folder.c_str(), 0, nullptr) < 0) {
+        return std::nullopt;
+    }
+    std::string path = withoutFinalSlash(found.ptr);
+    git_buf_dispose(&found);
+    return path;
+}
+
+bool isWithin(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    return std::ranges::mismatch(folder, path).in1 == folder.end();
+}
+
+/// True when who names `folder` means `workTree`: one lies in the other, and `workTree` is that of
+/// the repository in it or above it. A repository may say that its work tree is any folder, such as
+/// the home folder, and it may come from anybody.
+bool isOwnWorkTree(const std::string& folder, const std::string& workTree,
+                   const std::string& gitFolder) {
+    std::error_code error;
+    const std::filesystem::path asked = std::filesystem::canonical(folder, error);
+    const std::filesystem::path served = std::filesystem::canonical(workTree, error);
+    return !error && (isWithin(served, asked) ||
+                      (isWithin(asked, served) && repositoryAbove(workTree) == gitFolder));
+}
+
+/// What to say of a repository that another user may have prepared.
+std::string otherOwner(const std::string& folder) {
+    const std::filesystem::path found(repositoryAbove(folder).value_or(folder));
+    const std::filesystem::path tree = found.filename() == ".git" ? found.parent_path() : found;
+    struct stat item {};
+    std::string owner = "another user";
+    if (stat(tree.c_str(), &item) == 0 && item.st_uid != geteuid()) {
+        owner = fmt::format("another user (number {})", item.st_uid);
+    } else if (stat(found.c_str(), &item) == 0 && item.st_uid != geteuid()) {
+        owner = fmt::format("another user (number {})", item.st_uid);
+    }
+    return fmt::format(
+        "{} belongs to {}, whose settings of git are not trusted; if you trust them, "
+        "run: git config --global --add safe.directory {}",
+        tree.string(), owner, tree.string());
 }
 
 /// What tells one version of a file from another without reading it.
@@ -90,6 +143,20 @@ bool sameTime(const git_index_time& indexed, const timespec& onDisk) {
     return indexed.seconds == static_cast<std::int32_t>(onDisk.tv_sec) &&
            (indexed.nanoseconds == 0 ||
             indexed.nanoseconds == static_cast<std::uint32_t>(onDisk.tv_nsec));
+}
+
+bool isEmptyBlob(const git_oid& id) {
+    git_oid empty{};
+    return git_odb_hash(&empty, "", 0, GIT_OBJECT_BLOB) == 0 && git_oid_equal(&empty, &id) != 0;
+}
+
+/// git's own file of this user: in $XDG_CONFIG_HOME/git, else in ~/.config/git.
+std::string userFile(const std::string& name) {
+    const char* const folder = std::getenv("XDG_CONFIG_HOME");
+    const char* const home = std::getenv("HOME");
+    return (folder != nullptr && *folder != '\0' ? std::string(folder)
+                                                 : std::string(home ? home : "") + "/.config") +
+           "/git/" + name;
 }
 
 /// True when the index's record of the file says that nobody touched it.
@@ -146,10 +213,11 @@ struct GitRepository::Implementation {
     void loadHead();
     void loadStaged();
     void loadConflicts();
-    bool isChanged(const std::string& path, const struct stat& item, const git_index_entry& entry);
-    bool hasOtherContent(const std::string& path, const struct stat& item, const git_oid& indexed);
+    bool isChanged(const Found& file, const git_index_entry& entry);
+    bool hasOtherContent(const Found& file, const git_oid& indexed);
+    bool hashFile(git_oid& hash, const Found& file) const;
     bool isSubmoduleChanged(const std::string& path) const;
-    bool isIgnored(const std::string& path) const;
+    bool isIndexed(const std::string& prefix, std::size_t* position) const;
     void smudgeRacyEntries();
     void writeIndex();
 };
@@ -158,8 +226,11 @@ GitRepository::GitRepository(const std::string& folder)
     : implementation_(std::make_unique<Implementation>()) {
     auto& my = *implementation_;
     git_repository* repository = nullptr;
-    check(git_repository_open_ext(&repository, folder.c_str(), 0, nullptr),
-          fmt::format("{} is not in a git work tree that can be opened", folder));
+    const int code = git_repository_open_ext(&repository, folder.c_str(), 0, nullptr);
+    if (code == GIT_EOWNER) {
+        throw GitError(otherOwner(folder));
+    }
+    check(code, fmt::format("{} is not in a git work tree that can be opened", folder));
     my.repository.reset(repository);
     if (git_repository_is_bare(repository)) {
         throw GitError(fmt::format(
@@ -168,6 +239,13 @@ GitRepository::GitRepository(const std::string& folder)
     my.workTree = withoutFinalSlash(git_repository_workdir(repository));
     my.gitFolder = withoutFinalSlash(git_repository_path(repository));
     my.commonFolder = withoutFinalSlash(git_repository_commondir(repository));
+    if (!isOwnWorkTree(folder, my.workTree, my.gitFolder)) {
+        throw GitError(fmt::format(
+            "{} has its work tree elsewhere, in {} (core.worktree in {}/config), which is not "
+            "served unasked; name that folder if it is a work tree of its own, or run: git -C {} "
+            "config --unset core.worktree",
+            folder, my.workTree, my.gitFolder, my.gitFolder));
+    }
     git_config* config = nullptr;
     if (git_repository_config_snapshot(&config, repository) == 0) {
         int filemode = 1;
@@ -199,7 +277,7 @@ bool GitRepository::reload() {
     auto& my = *implementation_;
     // Before the index is read: should it be replaced in between, more files count as racy than
     // need be, rather than fewer.
-    struct stat onDisk{};
+    struct stat onDisk {};
     if (lstat(git_index_path(my.index.get()), &onDisk) == 0) {
         my.indexModified = onDisk.st_mtim;
     }
@@ -268,23 +346,25 @@ void GitRepository::Implementation::loadConflicts() {
     }
 }
 
-FileState GitRepository::stateOf(const std::string& path, const struct stat& item) {
+GitRepository::Known GitRepository::stateOf(const Found& file) {
     auto& my = *implementation_;
-    FileState state;
-    state.isConflicted = my.conflicted.contains(path);
-    state.isStaged = my.staged.contains(path);
-    if (const git_index_entry* entry = my.entry(path)) {
+    Known known;
+    FileState& state = known.state;
+    known.identity = identityOf(file.path);
+    state.isConflicted = my.conflicted.contains(file.path);
+    state.isStaged = my.staged.contains(file.path);
+    if (const git_index_entry* entry = my.entry(file.path)) {
         state.isCheckedOut = (entry->flags & GIT_INDEX_ENTRY_VALID) != 0 ||
                              (entry->flags_extended & GIT_INDEX_ENTRY_SKIP_WORKTREE) != 0;
         // Such a mark asks git not to look whether the file was changed; nor does anybody here.
-        state.isChanged = !state.isCheckedOut && my.isChanged(path, item, *entry);
+        state.isChanged = !state.isCheckedOut && my.isChanged(file, *entry);
     } else if (!state.isConflicted) {
-        const bool isKindOfGit =
-            S_ISREG(item.st_mode) || S_ISLNK(item.st_mode) || S_ISDIR(item.st_mode);
-        state.isIgnored = !isKindOfGit || my.isIgnored(S_ISDIR(item.st_mode) ? path + "/" : path);
+        const mode_t mode = file.item.st_mode;
+        const bool isKindOfGit = S_ISREG(mode) || S_ISLNK(mode) || S_ISDIR(mode);
+        state.isIgnored = !isKindOfGit || file.isIgnored;
         state.isUntracked = !state.isIgnored;
     }
-    return state;
+    return known;
 }
 
 FileState GitRepository::stateOfDeleted(const std::string& path) const {
@@ -301,10 +381,10 @@ FileState GitRepository::stateOfDeleted(const std::string& path) const {
     return state;
 }
 
-bool GitRepository::Implementation::isChanged(const std::string& path, const struct stat& item,
-                                              const git_index_entry& entry) {
+bool GitRepository::Implementation::isChanged(const Found& file, const git_index_entry& entry) {
+    const struct stat& item = file.item;
     if (entry.mode == GIT_FILEMODE_COMMIT) {
-        return !S_ISDIR(item.st_mode) || isSubmoduleChanged(path);
+        return !S_ISDIR(item.st_mode) || isSubmoduleChanged(file.path);
     }
     if (S_ISLNK(item.st_mode) != (entry.mode == GIT_FILEMODE_LINK) ||
         (!S_ISLNK(item.st_mode) && !S_ISREG(item.st_mode))) {
@@ -324,32 +404,49 @@ bool GitRepository::Implementation::isChanged(const std::string& path, const str
     if (isUntouched(entry, item) && !isRacy) {
         return false;
     }
-    return hasOtherContent(path, item, entry.id);
+    // The index notes the size that the file had in the work tree, so that a file of another size
+    // need not be read, whatever is converted on the way; git judges so too. It notes 0 for what
+    // it asks to look at, and for an empty file.
+    if (entry.file_size != static_cast<std::uint32_t>(item.st_size) &&
+        (entry.file_size != 0 || isEmptyBlob(entry.id))) {
+        return true;
+    }
+    return hasOtherContent(file, entry.id);
 }
 
-bool GitRepository::Implementation::hasOtherContent(const std::string& path,
-                                                    const struct stat& item,
-                                                    const git_oid& indexed) {
-    const Fingerprint fingerprint = Fingerprint::of(indexed, item);
-    if (const auto found = read.find(path);
+bool GitRepository::Implementation::hasOtherContent(const Found& file, const git_oid& indexed) {
+    const Fingerprint fingerprint = Fingerprint::of(indexed, file.item);
+    if (const auto found = read.find(file.path);
         found != read.end() && found->second.first == fingerprint) {
         return found->second.second;
     }
     git_oid onDisk{};
-    int code = 0;
-    if (S_ISLNK(item.st_mode)) {
-        std::array<char, PATH_MAX> target{};
-        const ssize_t length = readlink(absolute(path).c_str(), target.data(), target.size());
-        code = length < 0 ? -1
-                          : git_odb_hash(&onDisk, target.data(), static_cast<std::size_t>(length),
-                                         GIT_OBJECT_BLOB);
-    } else {
-        code = git_repository_hashfile(&onDisk, repository.get(), absolute(path).c_str(),
-                                       GIT_OBJECT_BLOB, nullptr);
+    const bool isOther = !hashFile(onDisk, file) || !git_oid_equal(&onDisk, &indexed);
+    if (read.size() > git_index_entrycount(index.get()) + kSpareRead) {
+        read.clear(); // most are of files that have gone
     }
-    const bool isOther = code < 0 || !git_oid_equal(&onDisk, &indexed);
-    read[path] = {fingerprint, isOther};
+    read[file.path] = {fingerprint, isOther};
     return isOther;
+}
+
+/// False when the file cannot be read, or is not the regular file any more that was looked at.
+bool GitRepository::Implementation::hashFile(git_oid& hash, const Found& file) const {
+    if (S_ISLNK(file.item.st_mode)) {
+        std::array<char, PATH_MAX> target{};
+        const ssize_t length = readlinkat(file.folder, file.name, target.data(), target.size());
+        return length >= 0 && git_odb_hash(&hash, target.data(), static_cast<std::size_t>(length),
+                                           GIT_OBJECT_BLOB) == 0;
+    }
+    const OwnedFd opened(
+        openat(file.folder, file.name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+    struct stat item {};
+    if (!opened || fstat(opened.get(), &item) != 0 || !S_ISREG(item.st_mode)) {
+        return false;
+    }
+    // By the descriptor, which holds the file that was looked at, however long its path is.
+    const std::string path = fmt::format("/proc/self/fd/{}", opened.get());
+    return git_repository_hashfile(&hash, repository.get(), path.c_str(), GIT_OBJECT_BLOB,
+                                   file.mayConvert ? file.path.c_str() : "") == 0;
 }
 
 bool GitRepository::Implementation::isSubmoduleChanged(const std::string& path) const {
@@ -364,54 +461,105 @@ bool GitRepository::Implementation::isSubmoduleChanged(const std::string& path) 
     return (status & kChanges) != 0;
 }
 
-bool GitRepository::Implementation::isIgnored(const std::string& path) const {
-    int ignored = 0;
-    return git_ignore_path_is_ignored(&ignored, repository.get(), path.c_str()) == 0 &&
-           ignored != 0;
-}
-
-bool GitRepository::isRepository(const std::string& folder) const {
+GitRepository::Settings GitRepository::settings() const {
     const auto& my = *implementation_;
-    const git_index_entry* entry = my.entry(folder);
-    struct stat inside{};
-    return (entry != nullptr && entry->mode == GIT_FILEMODE_COMMIT) ||
-           lstat((my.absolute(folder) + "/.git").c_str(), &inside) == 0;
+    Settings settings;
+    settings.ignoreFiles.push_back(my.commonFolder + "/info/exclude");
+    std::vector<std::string> attributes{my.commonFolder + "/info/attributes", "/etc/gitattributes"};
+    git_config* config = nullptr;
+    const bool isRead = git_repository_config_snapshot(&config, my.repository.get()) == 0;
+    const Config owner(config);
+    const auto pathOr = [&](const char* name, const char* standard) {
+        git_buf path = GIT_BUF_INIT;
+        if (isRead && git_config_get_path(&path, config, name) == 0) {
+            const std::string text(path.ptr, path.size);
+            git_buf_dispose(&path);
+            return text;
+        }
+        return userFile(standard);
+    };
+    settings.ignoreFiles.push_back(pathOr("core.excludesfile", "ignore"));
+    attributes.push_back(pathOr("core.attributesfile", "attributes"));
+    if (isRead) {
+        int ignoresCase = 0;
+        git_config_get_bool(&ignoresCase, config, "core.ignorecase");
+        settings.ignoresCase = ignoresCase != 0;
+        const char* conversion = nullptr;
+        settings.mayConvert = git_config_get_string(&conversion, config, "core.autocrlf") == 0 &&
+                              std::string_view(conversion) != "false";
+    }
+    for (const std::string& file : attributes) {
+        settings.mayConvert = settings.mayConvert || access(file.c_str(), F_OK) == 0;
+    }
+    return settings;
 }
 
-bool GitRepository::isIgnoredFolder(const std::string& folder) const {
+const void* GitRepository::identityOf(const std::string& path) const {
+    const auto& my = *implementation_;
+    if (const git_index_entry* entry = my.entry(path)) {
+        return entry;
+    }
+    if (const auto conflict = my.conflicted.find(path); conflict != my.conflicted.end()) {
+        return &*conflict;
+    }
+    const auto deleted = std::ranges::lower_bound(my.stagedDeletions, path);
+    return deleted != my.stagedDeletions.end() && *deleted == path ? &*deleted : nullptr;
+}
+
+bool GitRepository::isSubmodule(const std::string& path) const {
+    const git_index_entry* entry = implementation_->entry(path);
+    return entry != nullptr && entry->mode == GIT_FILEMODE_COMMIT;
+}
+
+bool GitRepository::Implementation::isIndexed(const std::string& prefix,
+                                              std::size_t* position) const {
+    return git_index_find_prefix(position, index.get(), prefix.c_str()) == 0;
+}
+
+bool GitRepository::hasIndexedBelow(const std::string& folder) const {
+    return implementation_->isIndexed(folder + "/", nullptr);
+}
+
+bool GitRepository::hasKnownBelow(const std::string& folder) const {
     const auto& my = *implementation_;
     const std::string prefix = folder + "/";
-    return my.isIgnored(prefix) &&
-           git_index_find_prefix(nullptr, my.index.get(), prefix.c_str()) != 0;
+    const auto deleted = std::ranges::lower_bound(my.stagedDeletions, prefix);
+    return my.isIndexed(prefix, nullptr) ||
+           (deleted != my.stagedDeletions.end() && deleted->starts_with(prefix));
 }
 
-void GitRepository::forEachKnownFile(const std::string& path,
-                                     const std::function<void(const std::string&)>& visit) const {
+void GitRepository::forEachKnownFile(
+    const std::string& path,
+    const std::function<void(const std::string&, const void*)>& visit) const {
     const auto& my = *implementation_;
     const std::string prefix = path.empty() ? "" : path + "/";
-    if (my.entry(path) != nullptr || my.conflicted.contains(path) ||
-        std::ranges::binary_search(my.stagedDeletions, path)) {
-        visit(path);
+    if (const void* identity = identityOf(path)) {
+        visit(path, identity);
     }
     std::size_t position = 0;
-    if (!prefix.empty() && git_index_find_prefix(&position, my.index.get(), prefix.c_str()) != 0) {
+    if (!prefix.empty() && !my.isIndexed(prefix, &position)) {
         position = git_index_entrycount(my.index.get());
     }
     std::string last;
     for (; position < git_index_entrycount(my.index.get()); ++position) {
-        const std::string_view file = git_index_get_byindex(my.index.get(), position)->path;
+        const git_index_entry& entry = *git_index_get_byindex(my.index.get(), position);
+        const std::string_view file = entry.path;
         if (!file.starts_with(prefix)) {
             break;
         }
         // The sides of a conflict stand one after another under one path.
-        if (file != last) {
-            last = file;
-            visit(last);
+        if (file == last) {
+            continue;
         }
+        last = file;
+        const auto side = my.conflicted.find(last);
+        const bool isOfConflict =
+            git_index_entry_stage(&entry) != GIT_INDEX_STAGE_NORMAL && side != my.conflicted.end();
+        visit(last, isOfConflict ? static_cast<const void*>(&*side) : &entry);
     }
     for (auto deleted = std::ranges::lower_bound(my.stagedDeletions, prefix);
          deleted != my.stagedDeletions.end() && deleted->starts_with(prefix); ++deleted) {
-        visit(*deleted);
+        visit(*deleted, &*deleted);
     }
 }
 
@@ -423,13 +571,17 @@ void GitRepository::Implementation::smudgeRacyEntries() {
     std::vector<std::string> changed;
     for (std::size_t i = 0; i < git_index_entrycount(index.get()); ++i) {
         const git_index_entry& entry = *git_index_get_byindex(index.get(), i);
-        struct stat item{};
+        struct stat item {};
         if (entry.mtime.seconds >= indexModified.tv_sec && entry.file_size != 0 &&
             git_index_entry_stage(&entry) == GIT_INDEX_STAGE_NORMAL &&
             (entry.flags & GIT_INDEX_ENTRY_VALID) == 0 &&
             (entry.flags_extended & GIT_INDEX_ENTRY_SKIP_WORKTREE) == 0 &&
-            lstat(absolute(entry.path).c_str(), &item) == 0 && isChanged(entry.path, item, entry)) {
-            changed.emplace_back(entry.path);
+            lstat(absolute(entry.path).c_str(), &item) == 0) {
+            const std::string path = entry.path;
+            const std::string whole = absolute(path);
+            if (isChanged({path, item, AT_FDCWD, whole.c_str(), false, true}, entry)) {
+                changed.push_back(path);
+            }
         }
     }
     for (const std::string& path : changed) {
@@ -449,7 +601,7 @@ void GitRepository::stage(const std::vector<std::string>& paths) {
     auto& my = *implementation_;
     std::optional<GitError> refusal;
     for (const std::string& path : paths) {
-        struct stat item{};
+        struct stat item {};
         const bool isThere = lstat(my.absolute(path).c_str(), &item) == 0;
         const int code = isThere ? git_index_add_bypath(my.index.get(), path.c_str())
                                  : git_index_remove_bypath(my.index.get(), path.c_str());

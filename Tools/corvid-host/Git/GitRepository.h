@@ -19,10 +19,13 @@ public:
 };
 
 /// A git repository with a work tree, on libgit2. Paths are relative to the top of the work tree,
-/// without "/" at either end, in bytes. Members throw GitError. One thread at a time.
+/// without "/" at either end, in bytes. Members throw GitError. A pipe in the place of a file is
+/// never waited for: it counts as a file that cannot be read (see PipeGuard.h). One thread at a
+/// time.
 class GitRepository {
 public:
-    /// Opens the repository whose work tree `folder` is in.
+    /// Opens the repository whose work tree `folder` is in. Refuses a repository of another user
+    /// that git is not told to trust, and one whose work tree lies elsewhere.
     explicit GitRepository(const std::string& folder);
     ~GitRepository();
 
@@ -35,24 +38,54 @@ public:
     /// Reads index and HEAD again; true when something has changed.
     bool reload();
 
-    /// The state of the file (anything but a folder) that is at `path`, of which lstat(2) says
-    /// `item`; `isUnreadable` is left to the caller. A repository within the work tree counts as
-    /// a file.
-    FileState stateOf(const std::string& path, const struct stat& item);
+    /// What git is told besides what lies in the folders of the work tree. Read afresh.
+    struct Settings {
+        bool ignoresCase = false;
+        /// The files of ignore rules for the whole tree, absolute; the first counts most.
+        std::vector<std::string> ignoreFiles;
+        /// Content may be converted on its way into git although no folder has attributes.
+        bool mayConvert = false;
+    };
+    Settings settings() const;
+
+    /// A file (anything but a folder) as a walk through the tree found it. A repository within the
+    /// work tree counts as a file.
+    struct Found {
+        const std::string& path;
+        const struct stat& item; ///< as lstat(2) has it
+        int folder;              ///< the folder that it is in, open
+        const char* name;        ///< in that folder
+        bool isIgnored;          ///< by the rules
+        bool mayConvert;         ///< settings(), or a file of attributes above it, may convert it
+    };
+    /// What git says of a file.
+    struct Known {
+        FileState state; ///< `isUnreadable` is left to the caller
+        /// The same for the same file as in forEachKnownFile(), until the next reload() or change
+        /// of the index; null for a file that git knows not of.
+        const void* identity = nullptr;
+    };
+    Known stateOf(const Found& file);
 
     /// The state of a file that git knows of and that is not on disk.
     FileState stateOfDeleted(const std::string& path) const;
 
-    /// True when `folder` is a repository of its own: a submodule, or one that git knows not of.
-    bool isRepository(const std::string& folder) const;
+    /// As Known::identity, of whatever is at `path`.
+    const void* identityOf(const std::string& path) const;
 
-    /// True when `folder` is ignored and nothing below it is tracked, so that nobody need look.
-    bool isIgnoredFolder(const std::string& folder) const;
+    /// True when git knows of `path` as a submodule.
+    bool isSubmodule(const std::string& path) const;
+
+    /// True when the index holds something below `folder`.
+    bool hasIndexedBelow(const std::string& folder) const;
+    /// True when the index or HEAD does.
+    bool hasKnownBelow(const std::string& folder) const;
 
     /// Calls `visit` for every file that the index or HEAD holds at `path` or below it; "" is the
     /// whole tree.
-    void forEachKnownFile(const std::string& path,
-                          const std::function<void(const std::string& file)>& visit) const;
+    void forEachKnownFile(
+        const std::string& path,
+        const std::function<void(const std::string& file, const void* identity)>& visit) const;
 
     /// Puts the files as they are on disk, deletions included, into the index.
     void stage(const std::vector<std::string>& paths);
