@@ -59,7 +59,8 @@ NAUTILUS = FileManager("nautilus", ["nautilus", "--new-window"], "nautilus/exten
 
 def environment_of(manager, world, extension=True):
     """Has the file manager load the module of the build, in the world's home, with its settings.
-    Without `extension` that program cannot be started."""
+    `extension` is the program to start in place of the build's, or False for one that cannot be
+    started."""
     configuration = world.home / ".config"
     (configuration / "glib-2.0/settings").mkdir(parents=True, exist_ok=True)
     (configuration / "glib-2.0/settings/keyfile").write_text(manager.settings)
@@ -82,7 +83,8 @@ def environment_of(manager, world, extension=True):
         "CORVID_TRIAL_OWN": manager.own_folder,
         "CORVID_TRIAL_MODULES": str(manager.modules),
         "CVD_FINDER_EXT_PROGRAM":
-            str(BUILD / "bin/corvid-finder-ext") if extension else "/nonexistent/extension",
+            str(BUILD / "bin/corvid-finder-ext") if extension is True else
+            str(extension or "/nonexistent/extension"),
     }
 
 

@@ -146,6 +146,32 @@ class WhenThingsFail(FileManagerCase):
         begin = time.monotonic()
         self.check_recovery("no_extension", window, begin, {"a.txt": "synced", "b.txt": "synced"})
 
+    def test_extension_hangs_at_its_start(self):
+        host, first = self.start_with_rules()
+        first.close()
+        os.kill(self.world.status()["extension"]["pid"], signal.SIGTERM)
+        host.wait_for("extension", open=False)
+        started = self.world.scratch / "started"
+        program = self.world.scratch / "hanging-extension"
+        program.write_text(f"#!/bin/sh\necho $$ > {started}\nexec sleep 1000\n", encoding="utf-8")
+        program.chmod(0o700)
+        window = self.open(extension=program)
+        window.wait_for_items_of(first)
+        self.desktop.wait_for(lambda: started.exists() and started.read_text(encoding="utf-8"),
+                              "the start of the extension")
+        window.probe.restart()
+        window.open_menu("a.txt")
+        window.wait_for_menus(1)
+        window.close_menus()
+        self.wait_for_badges(window, {"a.txt": None, "b.txt": None})
+        self.check_pauses("start_hangs", window, self.OPENING_A_MENU)
+        # It ends after all. Somebody else starts one that runs.
+        os.kill(int(started.read_text(encoding="utf-8")), signal.SIGKILL)
+        self.world.start("corvid-finder-ext")
+        host.wait_for("extension", open=True)
+        begin = time.monotonic()
+        self.check_recovery("start_hangs", window, begin, {"a.txt": "synced", "b.txt": "synced"})
+
     def test_menu_of_5000_entries(self):
         self.make("a.txt", "b.txt")
         self.host("badge ** synced\n" + MANY_ENTRIES)
