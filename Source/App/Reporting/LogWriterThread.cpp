@@ -145,8 +145,8 @@ void LogWriterThread::flush() {
 bool LogWriterThread::stop() {
     MutexLock lock(mutex_);
     // After a flush that gave up, the time for the end is used up.
-    const auto deadline = steady_clock::now() + (hasGivenUp_ ? std::chrono::milliseconds(0)
-                                                             : waits_.flush);
+    const auto deadline =
+        steady_clock::now() + (hasGivenUp_ ? std::chrono::milliseconds(0) : waits_.flush);
     isStopping_ = true;
     toWriter_.notify_one();
     while (!hasEnded_) {

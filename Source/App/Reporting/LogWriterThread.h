@@ -24,8 +24,7 @@ namespace corvid {
 /// LogWaits. Any thread but for run().
 class LogWriterThread {
 public:
-    LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager,
-                    const LogWaits& waits);
+    LogWriterThread(std::shared_ptr<CVDDLogFileManagerDefault> manager, const LogWaits& waits);
 
     /// For the settings before the start.
     LogFileWriter& files() { return files_; }

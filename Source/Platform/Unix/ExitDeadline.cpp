@@ -77,6 +77,8 @@ public:
         }
     }
     int get() const { return hollow_.get(); }
+    /// Makes room for another descriptor, should this be the last one.
+    void drop() { hollow_.reset(); }
 
 private:
     OwnedFd hollow_;
@@ -142,16 +144,11 @@ int numberOf(const char* name) {
     return *name == '\0' && number <= INT_MAX ? static_cast<int>(number) : -1;
 }
 
-/// Calls `release` with every open descriptor but `except`.
-void forEachDescriptor(void (*release)(int, Replacement&), Replacement& replacement, int except) {
-    const auto visit = [&](int fd) {
-        if (fd != except && fd != replacement.get()) {
+/// Calls `release` with every open descriptor from `first` on.
+void forEachDescriptor(void (*release)(int, Replacement&), Replacement& replacement, int first) {
+    for (int fd = first; fd < kTriedDescriptors; ++fd) {
+        if (fd != replacement.get() && fcntl(fd, F_GETFD) >= 0) {
             release(fd, replacement);
-        }
-    };
-    for (int fd = 0; fd < kTriedDescriptors; ++fd) {
-        if (fcntl(fd, F_GETFD) >= 0) {
-            visit(fd);
         }
     }
     const OwnedFd folder(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -161,19 +158,22 @@ void forEachDescriptor(void (*release)(int, Replacement&), Replacement& replacem
         for (ssize_t at = 0; at < size;) {
             const auto* const entry = reinterpret_cast<const dirent64*>(entries.data() + at);
             const int fd = numberOf(entry->d_name);
-            if (fd >= kTriedDescriptors && fd != folder.get()) {
-                visit(fd);
+            if (fd >= kTriedDescriptors && fd != folder.get() && fd != replacement.get()) {
+                release(fd, replacement);
             }
             at += entry->d_reclen;
         }
     }
 }
 
-void letGoBut(int except) {
-    Replacement replacement;
-    forEachDescriptor(releaseChannel, replacement, except);
-    // Last: no lock of ours is on a disk that may hang, but nothing else shall wait for that.
-    forEachDescriptor(releaseLock, replacement, except);
+/// Lets go of all but the standard streams, which come last: who sees their end finds all else
+/// done.
+void letGoOfNames(Replacement& replacement) {
+    forEachDescriptor(releaseChannel, replacement, STDERR_FILENO + 1);
+    // Looking at a descriptor takes another one.
+    replacement.drop();
+    // Of ours, no lock is on a disk that may hang; but a socket shall not wait even for that.
+    forEachDescriptor(releaseLock, replacement, STDERR_FILENO + 1);
 }
 
 void sayWhy() {
@@ -206,11 +206,17 @@ void sayWhy() {
     }
 }
 
+void releaseStandardStreams(Replacement& replacement) {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        releaseChannel(fd, replacement);
+    }
+}
+
 [[noreturn]] void endNow() {
-    letGoBut(STDERR_FILENO);
-    sayWhy();
     Replacement replacement;
-    releaseChannel(STDERR_FILENO, replacement);
+    letGoOfNames(replacement);
+    sayWhy();
+    releaseStandardStreams(replacement);
     for (;;) {
         // Not _exit(), round which tools put work of their own.
         syscall(SYS_exit_group, statusOfExit.load());
@@ -288,7 +294,9 @@ void ExitDeadline::arm(int exitStatus, std::chrono::milliseconds after) noexcept
 
 void ExitDeadline::letGo() noexcept {
     const int errnoBefore = errno;
-    letGoBut(-1);
+    Replacement replacement;
+    letGoOfNames(replacement);
+    releaseStandardStreams(replacement);
     errno = errnoBefore;
 }
 

@@ -337,14 +337,15 @@ TEST_P(LogHangFolder, TheFolderIsNotWaitedForLong) {
         std::this_thread::yield();
     }
     CVDDLog::removeAllLoggers();
-    EXPECT_THAT(system.fileManager
-                    .contentsOfFile(manager->logsDirectory() +
-                                    "/CVMAExt_4242_2026_16_11_03_02_05.log")
-                    .value_or(""),
-                EndsWith("error   early\n"));
+    EXPECT_THAT(
+        system.fileManager
+            .contentsOfFile(manager->logsDirectory() + "/CVMAExt_4242_2026_16_11_03_02_05.log")
+            .value_or(""),
+        EndsWith("error   early\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, LogHangFolder, testing::Values(Call::exists, Call::createDirectory));
+INSTANTIATE_TEST_SUITE_P(Calls, LogHangFolder,
+                         testing::Values(Call::exists, Call::createDirectory));
 
 TEST_F(LogHang, AFolderThatCannotBeMadeIsToldAsLongAsTheLoggerLives) {
     system.fileManager.failCreationWith(std::make_error_code(std::errc::read_only_file_system));

@@ -5,6 +5,12 @@
 //     spend            takes all the threads that the system gives this user
 //     listen:PATH      listens at a socket; a thread waits in accept()
 //     many             opens 2,000 descriptors first, so that what comes next has a high number
+//     all              leaves two descriptors only, for what comes next
+//     let-go           lets go at once
+//     wait             reads a line from standard input
+//     fatal            comes to a fatal state
+//     last-words       has the handler of a fatal signal write a line
+//     crash-together:N crashes on so many threads at once
 //     lock:PATH        holds an open-file-description lock
 //     say:WORD         writes a line to standard output
 //     arm:STATUS:MS    arms the deadline
@@ -12,11 +18,14 @@
 //     hang             waits for ever
 //     hang-blocked     waits for ever with all signals blocked, in every thread
 //     hang-in-lock     waits for ever with the lock of standard error
-//     write:PATH       a thread writes to a file until it hangs there; says "writing" before each
 //     exit:STATUS
 
+#include "Core/Base/Fatal.h"
 #include "Platform/Unix/ExitDeadline.h"
+#include "Platform/Unix/FatalSignals.h"
 
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -28,8 +37,10 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace corvid {
 namespace {
@@ -95,17 +106,26 @@ void lockFile(const std::string& path) {
     }
 }
 
-void writeOnThread(const std::string& path) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        fail("open");
+/// Takes the descriptors that are left, but for those that the next steps need.
+void openAllButTwo() {
+    const rlimit few{64, 64};
+    setrlimit(RLIMIT_NOFILE, &few);
+    while (open("/dev/null", O_RDONLY | O_CLOEXEC) < 61) {
     }
-    std::thread([fd] {
-        for (;;) {
-            [[maybe_unused]] const ssize_t told = write(STDOUT_FILENO, "writing\n", 8);
-            [[maybe_unused]] const ssize_t done = write(fd, "line\n", 5);
-        }
-    }).detach();
+}
+
+void crashTogether(int count) {
+    std::atomic<int> missing{count};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < count; ++thread) {
+        threads.emplace_back([&missing] {
+            --missing;
+            while (missing > 0) {
+            }
+            raise(SIGSEGV);
+        });
+    }
+    hang();
 }
 
 void run(const std::string& step) {
@@ -146,8 +166,22 @@ void run(const std::string& step) {
         flockfile(stderr);
         std::thread([] { std::fputs("never seen\n", stderr); }).detach();
         hang();
-    } else if (step.starts_with("write:")) {
-        writeOnThread(argument);
+    } else if (step == "all") {
+        openAllButTwo();
+    } else if (step == "let-go") {
+        ExitDeadline::letGo();
+    } else if (step == "wait") {
+        std::getchar();
+    } else if (step == "fatal") {
+        fatal("a state that cannot be");
+    } else if (step == "last-words") {
+        installFatalSignalHandler(
+            []() noexcept {
+                [[maybe_unused]] const ssize_t done = write(STDERR_FILENO, "last words\n", 11);
+            },
+            {ExitDeadline::armForSignal, ExitDeadline::letGo});
+    } else if (step.starts_with("crash-together:")) {
+        crashTogether(std::stoi(argument));
     } else if (step.starts_with("exit:")) {
         std::exit(std::stoi(argument));
     } else {

@@ -53,6 +53,7 @@ std::vector<Message> oneOfEach() {
     status.roundTrip = std::chrono::microseconds(120);
     status.lastFailure = "It failed.";
     status.sinceLastFailure = std::chrono::milliseconds(4000);
+    status.logProblem = "No log is written.";
     return {Hello{1, 2, "test"},
             Welcome{1, 42, "0.1"},
             Refused{1, 1, "Restart."},
@@ -205,6 +206,23 @@ TEST(LinkMessages, PathsAndNamesArePlain) {
     EXPECT_TRUE(isPlainName(std::string(kMaxNameSize, 'a')));
     EXPECT_FALSE(isPlainName(std::string(kMaxNameSize + 1, 'a')));
     EXPECT_FALSE(isPlainPath("/" + std::string(kMaxNameSize + 1, 'a')));
+}
+
+TEST(LinkMessages, AnOlderExtensionSaysNothingOfItsLog) {
+    StatusReply status;
+    status.volume = "/v";
+    status.lastFailure = "It failed.";
+    status.logProblem = "No log is written.";
+    EXPECT_EQ(roundTrip(status).logProblem, status.logProblem);
+    Bytes frame = framed(status);
+    frame.resize(frame.size() - 4 - status.logProblem.size());
+    const Decoded decoded = decodeFrame(body(frame));
+    ASSERT_EQ(decoded.kind, Decoded::Kind::message);
+    const auto& older = std::get<StatusReply>(decoded.message);
+    EXPECT_EQ(older.lastFailure, "It failed.");
+    EXPECT_EQ(older.logProblem, "");
+    frame.resize(frame.size() + 2);
+    EXPECT_EQ(decodeFrame(body(frame)).kind, Decoded::Kind::malformed);
 }
 
 } // namespace
