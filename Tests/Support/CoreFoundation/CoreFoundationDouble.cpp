@@ -41,6 +41,7 @@ struct Ports {
     /// The reply of the last callback, where it was more than the service carries: Core Foundation
     /// knows no bound.
     std::optional<Bytes> oversizeReply CORVID_GUARDED_BY(mutex);
+    corvid::test::CoreFoundationRequest lastRequest CORVID_GUARDED_BY(mutex);
     /// Open local ports of this process.
     std::map<std::string, CFMessagePortRef> locals CORVID_GUARDED_BY(mutex);
 };
@@ -72,6 +73,11 @@ namespace corvid::test {
 
 void setCoreFoundationFolder(const RuntimeFolder& folder) {
     ports() = std::make_shared<Ports>(folder);
+}
+
+CoreFoundationRequest lastCoreFoundationRequest() {
+    const MutexLock lock(ports()->mutex);
+    return ports()->lastRequest;
 }
 
 long liveCoreFoundationObjects() {
@@ -181,6 +187,12 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 messageID, CFDat
         return std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::duration<double>(seconds));
     };
+    {
+        const corvid::MutexLock lock(remote->owner->mutex);
+        remote->owner->lastRequest = {sendTimeout, receiveTimeout,
+                                      replyMode != nullptr ? std::optional(replyMode->text)
+                                                           : std::nullopt};
+    }
     if (data != nullptr && data->bytes.size() > corvid::kMaxMessageBytes) {
         return kCFMessagePortSuccess; // what real ports do; here it goes nowhere
     }
