@@ -127,7 +127,7 @@ PortFolder::Connection absent() {
 }
 
 // For a call of the system that failed with `error`.
-PortFolder::Connection failed(const std::string& path, int error) {
+PortFolder::Connection failedConnection(const std::string& path, int error) {
     PortFolder::Connection connection;
     if (!isAbsence(error)) {
         connection.result = PortFolder::ConnectResult::failed;
@@ -235,7 +235,7 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     if (socketPath.size() >= sizeof sockaddr_un{}.sun_path) {
         byDescriptor = OwnedFd(openat(folder, file.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         if (!byDescriptor) {
-            return failed(socketPath, errno);
+            return failedConnection(socketPath, errno);
         }
         socketPath = pathOfDescriptor(byDescriptor.get());
     }
@@ -244,7 +244,7 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     Connection connection;
     connection.fd = OwnedFd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!connection.fd) {
-        return failed(socketPath, errno);
+        return failedConnection(socketPath, errno);
     }
     int result = ::connect(connection.fd.get(), generic(address), sizeof address);
     if (result != 0 && errno == EAGAIN && deadline) {
@@ -257,7 +257,7 @@ PortFolder::Connection PortFolder::connectFile(int folder, const std::string& fi
     }
     if (result != 0) {
         // The file has been opened: what is missing is /proc.
-        return failed(socketPath, errno == ENOENT && byDescriptor ? ENOSYS : errno);
+        return failedConnection(socketPath, errno == ENOENT && byDescriptor ? ENOSYS : errno);
     }
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -281,7 +281,7 @@ PortFolder::Connection PortFolder::connect(std::string_view name,
         if (isHashed(file)) {
             const auto owner = readSmallFile(folder, nameFileOf(file));
             if (owner != name) {
-                return owner ? absent() : failed(path_ + "/" + nameFileOf(file), errno);
+                return owner ? absent() : failedConnection(path_ + "/" + nameFileOf(file), errno);
             }
         }
         return connectFile(folder, file, deadline);

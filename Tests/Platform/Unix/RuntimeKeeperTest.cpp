@@ -64,8 +64,8 @@ protected:
     std::string answerer() {
         const MessagePortRef remote = service_.createRemote("host");
         std::optional<Bytes> reply;
-        if (remote == nullptr || service_.sendRequest(*remote, 1, {}, 30s, 30s, "mode", &reply) !=
-                                     SendStatus::success) {
+        if (remote == nullptr ||
+            service_.sendRequest(*remote, 1, {}, 30s, 30s, "mode", &reply) != SendStatus::success) {
             return "";
         }
         return {reply->begin(), reply->end()};
@@ -184,8 +184,8 @@ TEST_F(RuntimeKeeperTest, givesWayToWhoTookTheNameMeanwhileAndTakesItAgainAfterw
     first->signal(SIGCONT);
     // It says who has what.
     const std::string said = first->readLine().value_or("");
-    EXPECT_THAT(said, testing::HasSubstr("host.volume was removed, and process " +
-                                         textOf(*second)));
+    EXPECT_THAT(said,
+                testing::HasSubstr("host.volume was removed, and process " + textOf(*second)));
     EXPECT_THAT(said, testing::HasSubstr("the socket of the port host was removed, and process " +
                                          textOf(*second)));
     for (int i = 0; i < 50; ++i) {
