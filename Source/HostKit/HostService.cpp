@@ -323,6 +323,10 @@ std::optional<std::string> HostService::localPath(const Value* url) {
         problem("a message came without the file that it is about and is ignored");
         return std::nullopt;
     }
+    if (fileURL->isOfOtherHost()) {
+        problem(fmt::format("{} is on another computer and is ignored", fileURL->absoluteString()));
+        return std::nullopt;
+    }
     std::optional<std::string> path = mapping_.toLocal(fileURL->path());
     if (!path) {
         problem(fmt::format("{} is not on the volume {} and is ignored",

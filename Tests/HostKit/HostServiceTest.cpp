@@ -115,6 +115,20 @@ TEST_F(HostServiceTest, itemOutsideTheVolumeHasNoBadge) {
     }
 }
 
+TEST_F(HostServiceTest, itemOfAnotherComputerIsNotTakenForOneOfHere) {
+    const auto ask = [this](const char* text) {
+        const auto reply = send(kRequestBadge, {{"url", Value::url(URL::fromText(text).value())}});
+        return *unarchivedObject(reply.value())->asString();
+    };
+    EXPECT_EQ(ask("file://other-host/Volumes/Corvid/x"), "none");
+    EXPECT_THAT(
+        application_.takeCalls(),
+        ElementsAre("problem: file://other-host/Volumes/Corvid/x is on another computer and "
+                    "is ignored"));
+    EXPECT_EQ(ask("file://LocalHost/Volumes/Corvid/x"), "synced");
+    EXPECT_EQ(ask("file:///Volumes/Corvid/x"), "synced");
+}
+
 TEST_F(HostServiceTest, exceptionLeavesTheQuestionUnanswered) {
     application_.onBadge = [](const std::string&) -> std::string {
         throw std::runtime_error("no such record");

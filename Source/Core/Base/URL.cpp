@@ -287,10 +287,14 @@ std::string pathOf(std::string_view escapedPath) {
     return path;
 }
 
+// `name` is all small letters.
+bool isInAnyCase(std::string_view text, std::string_view name) {
+    return std::equal(text.begin(), text.end(), name.begin(), name.end(),
+                      [](char a, char b) { return (a | 0x20) == b; });
+}
+
 bool isFileScheme(const std::optional<std::string_view>& scheme) {
-    constexpr std::string_view kFile = "file";
-    return scheme && std::equal(scheme->begin(), scheme->end(), kFile.begin(), kFile.end(),
-                                [](char a, char b) { return (a | 0x20) == b; });
+    return scheme && isInAnyCase(*scheme, "file");
 }
 
 } // namespace
@@ -368,6 +372,12 @@ std::string URL::path() const {
 
 bool URL::isFileURL() const {
     return isFileScheme(split(absoluteString()).scheme);
+}
+
+bool URL::isOfOtherHost() const {
+    // RFC 8089, section 2.
+    const std::string_view authority = split(absoluteString()).authority.value_or("");
+    return !authority.empty() && !isInAnyCase(authority, "localhost");
 }
 
 bool URL::hasDirectoryPath() const {

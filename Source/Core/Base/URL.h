@@ -51,6 +51,10 @@ public:
     /// True when the scheme of the absolute text is "file", in capitals or not.
     bool isFileURL() const;
 
+    /// True when the absolute text names a computer, and not "localhost": its path is none of here,
+    /// and path() must not be taken for one.
+    bool isOfOtherHost() const;
+
     /// True when the path of the absolute text ends in "/".
     bool hasDirectoryPath() const;
 

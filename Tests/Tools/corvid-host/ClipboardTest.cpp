@@ -5,12 +5,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
 
+#include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
 
 namespace corvid {
 namespace {
@@ -98,6 +106,64 @@ TEST_F(ClipboardTest, programThatFailsIsNamed) {
     EXPECT_THAT(runCommand({deaf}, std::string(1 << 20, 'x')).value(),
                 HasSubstr(deaf + " failed with status 7"));
     EXPECT_THAT(runCommand({deaf + "-not"}, "").value(), HasSubstr("was not started"));
+}
+
+TEST_F(ClipboardTest, programThatHangsIsKilledWithItsChildren) {
+    const std::string note = (top_ / "note").string();
+    ASSERT_EQ(mkfifo(note.c_str(), 0600), 0);
+    const int reader = open(note.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    // Both hold the note open for as long as they live, and neither reads its input.
+    const std::string hung =
+        program("hung", "exec 3>'" + note + "'\nsleep 1000 &\necho x >&3\nwait");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(
+        runCommand({hung}, std::string(1 << 20, 'x'), std::chrono::milliseconds(300)).value(),
+        HasSubstr(hung + " did not end within 300 ms and was killed"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    // The end of the note is read when nobody has it open for writing.
+    pollfd source{reader, POLLIN, 0};
+    char text = 0;
+    ssize_t count = 0;
+    do {
+        poll(&source, 1, 10'000);
+        count = read(reader, &text, 1);
+    } while (count > 0);
+    EXPECT_EQ(count, 0);
+    close(reader);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was not reaped";
+}
+
+TEST_F(ClipboardTest, terminalThatIsStoppedIsSaid) {
+    const int controller = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(controller, 0);
+    ASSERT_EQ(grantpt(controller), 0);
+    ASSERT_EQ(unlockpt(controller), 0);
+    Session here = session({});
+    here.terminal = ptsname(controller);
+    const int terminal = open(here.terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(tcflow(terminal, TCOOFF), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(copyToClipboard(std::string(1 << 20, 'x'), here).value(), HasSubstr("Ctrl-S"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    close(terminal);
+    close(controller);
+}
+
+TEST_F(ClipboardTest, noMoreViewersThanAnybodyHasWindows) {
+    const std::string viewer = program("viewer", "exec sleep 1000");
+    {
+        BackgroundPrograms programs;
+        for (std::size_t i = 0; i < BackgroundPrograms::kMost; ++i) {
+            ASSERT_EQ(programs.start({viewer}), std::nullopt) << i;
+        }
+        EXPECT_THAT(programs.start({viewer}).value(), HasSubstr("close some of them"));
+    }
+    std::ifstream children("/proc/self/task/" + std::to_string(gettid()) + "/children");
+    for (pid_t child = 0; children >> child;) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
 }
 
 } // namespace

@@ -9,9 +9,14 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace corvid {
 namespace {
@@ -19,7 +24,11 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
+
+/// In which every program ends that is told to, whatever hangs; a busy machine may need more.
+constexpr std::chrono::seconds kLongestEnd(15);
 
 class GitHostTest : public GitFixture {
 protected:
@@ -269,6 +278,112 @@ TEST_F(GitHostTest, everyLineOfJsonIsAnObject) {
     EXPECT_EQ(line["folder"], work_);
     host_->signal(SIGTERM);
     EXPECT_EQ(nlohmann::json::parse(host_->waitForLine("\"stopped\""))["event"], "stopped");
+}
+
+TEST_F(GitHostTest, outputThatNobodyReadsHoldsNobodyUp) {
+    start();
+    // More than the pipe holds; each is a line that the answering thread says.
+    for (int i = 0; i < 1500; ++i) {
+        ASSERT_TRUE(extension_->show("/dir", i % 2 == 0)) << i;
+    }
+    extension_->show("");
+    write("a.txt", "second\n");
+    extension_->waitForPush("/a.txt", "inProgress");
+    const auto start = std::chrono::steady_clock::now();
+    host_->signal(SIGTERM);
+    EXPECT_EQ(host_->wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestEnd);
+}
+
+TEST_F(GitHostTest, clipboardProgramThatHangsHoldsUpNobodyForLong) {
+    const fs::path bin = top_ / "bin";
+    fs::create_directory(bin);
+    std::ofstream(bin / "wl-copy") << "#!/bin/sh\nexec sleep 1000\n";
+    fs::permissions(bin / "wl-copy", fs::perms::owner_all);
+    setenv("WAYLAND_DISPLAY", "none", 1);
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", (bin.string() + ":" + path).c_str(), 1);
+    start();
+    extension_->show("");
+    const auto copy = entry("/a.txt", "Path");
+    extension_->click(copy, {"/a.txt"});
+    EXPECT_EQ(extension_->badge("/a.txt"), "synced");
+    EXPECT_THAT(host_->waitForLine("\"problem\""), HasSubstr("wl-copy did not end"));
+    write("a.txt", "second\n");
+    extension_->waitForPush("/a.txt", "inProgress");
+    extension_->click(copy, {"/a.txt"});
+    host_->waitForLine("\"action\"");
+    const auto start = std::chrono::steady_clock::now();
+    host_->signal(SIGTERM);
+    EXPECT_EQ(host_->wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestEnd);
+    setenv("PATH", path.c_str(), 1);
+}
+
+TEST_F(GitHostTest, pipesInTheTreeHoldNobodyUp) {
+    const std::string rules = work_ + "/dir/.gitignore";
+    ASSERT_EQ(mkfifo(rules.c_str(), 0600), 0);
+    start();
+    EXPECT_EQ(extension_->badge("/dir/c.txt"), "synced");
+    extension_->show("");
+    extension_->show("/dir");
+    // A tracked file becomes one, and the rules of the top too.
+    fs::remove(fs::path(work_) / "b.txt");
+    ASSERT_EQ(mkfifo((work_ + "/b.txt").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((work_ + "/.gitignore").c_str(), 0600), 0);
+    extension_->waitForPush("/b.txt", "inProgress");
+    extension_->click(entry("/b.txt", "Stage"), {"/b.txt"});
+    EXPECT_THAT(host_->waitForLine("\"problem\""), HasSubstr("b.txt cannot be staged"));
+    write("dir/c.txt", "second\n");
+    extension_->waitForPush("/dir/c.txt", "inProgress");
+    host_->signal(SIGTERM);
+    EXPECT_EQ(host_->wait(), 0);
+}
+
+TEST_F(GitHostTest, eventBeyondTheLongestPathIsSeen) {
+    int folder = open(work_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string name(250, 'n');
+    std::string deep;
+    for (int level = 0; level < 20; ++level) {
+        ASSERT_EQ(mkdirat(folder, name.c_str(), 0700), 0);
+        const int next = openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        close(folder);
+        folder = next;
+        deep += "/" + name;
+    }
+    start();
+    extension_->show(deep);
+    extension_->show(deep.substr(0, deep.rfind('/')));
+    close(openat(folder, "x", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    extension_->waitForPush(deep + "/x", "cloud");
+    EXPECT_EQ(extension_->badge(deep), "cloud");
+    unlinkat(folder, "x", 0);
+    extension_->waitForPush(deep, "none");
+    close(folder);
+}
+
+TEST_F(GitHostTest, scanEndsAtOnceWhenAsked) {
+    for (int i = 0; i < 300; ++i) {
+        fs::create_directories(fs::path(work_) / std::to_string(i) / "x");
+    }
+    HostProcess host({CORVID_BIN_DIR "/corvid-host", "git", work_, "--json"});
+    host.waitForLine("\"scanning\"");
+    const auto start = std::chrono::steady_clock::now();
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestEnd);
+}
+
+TEST_F(GitHostTest, secondHostSaysSoBeforeItScans) {
+    start();
+    HostProcess second({CORVID_BIN_DIR "/corvid-host", "git", work_, "--json"});
+    const std::string said = second.waitForLine("\"problem\"");
+    EXPECT_THAT(said, StartsWith("{\"event\":\"problem\""));
+    EXPECT_THAT(said, HasSubstr("another host application (process " +
+                                std::to_string(host_->process()) + ")"));
+    EXPECT_EQ(second.wait(), 1);
+    HostProcess third({CORVID_BIN_DIR "/corvid-host", "git", work_, "--json"});
+    EXPECT_THAT(third.waitForLine("no such line"), Not(HasSubstr("scanning")));
 }
 
 TEST_F(GitHostTest, mistakesAreSaidInWords) {

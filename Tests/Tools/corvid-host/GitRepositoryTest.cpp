@@ -11,6 +11,10 @@
 #include <map>
 #include <string>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace corvid {
 namespace {
 
@@ -143,6 +147,94 @@ TEST_F(GitRepositoryTest, lockedIndexIsSaidWithTheRemedy) {
         EXPECT_THAT(error.what(), HasSubstr("index.lock"));
         EXPECT_THAT(error.what(), HasSubstr("try again"));
     }
+}
+
+std::string reasonOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const GitError& error) {
+        return error.what();
+    }
+    return "(none)";
+}
+
+// A pipe that nobody writes to, wherever libgit2 opens a file: none is waited for.
+TEST_F(GitRepositoryTest, pipesInPlaceOfFilesAreRefused) {
+    write("a", "a");
+    write("b", "b");
+    commitAll();
+    write("dir/c", "c");
+    for (const char* name : {"/.gitattributes", "/dir/.gitignore", "/.git/info/attributes"}) {
+        ASSERT_EQ(mkfifo((work_ + name).c_str(), 0600), 0);
+    }
+    std::filesystem::remove(work_ + "/a");
+    ASSERT_EQ(mkfifo((work_ + "/a").c_str(), 0600), 0);
+    GitRepository repository(work_);
+    EXPECT_THAT(reasonOf([&] { repository.stage({"a", "dir/c"}); }),
+                HasSubstr("a cannot be staged"));
+    EXPECT_EQ(git("ls-files"), "a\nb\ndir/c\n"); // git status would wait for a pipe
+    EXPECT_THAT(repository.changes({"dir/c"}), HasSubstr("+c"));
+    write("b", "2");
+    repository.changes({"a", "b"});
+    for (const char* name : {"/.git/index", "/.git/HEAD", "/.git/config"}) {
+        std::filesystem::rename(work_ + name, work_ + "/kept");
+        ASSERT_EQ(mkfifo((work_ + name).c_str(), 0600), 0);
+        EXPECT_NE(reasonOf([&] { GitRepository other(work_); }), "(none)") << name;
+        std::filesystem::rename(work_ + "/kept", work_ + name);
+    }
+}
+
+// Between the look at a file and the moment it is read, it becomes a pipe.
+TEST_F(GitRepositoryTest, fileThatBecomesAPipeIsNotWaitedFor) {
+    write("a", "a");
+    commitAll();
+    struct stat item{};
+    const std::string path = work_ + "/a";
+    ASSERT_EQ(lstat(path.c_str(), &item), 0);
+    item.st_mtim.tv_sec += 1;
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    GitRepository repository(work_);
+    EXPECT_TRUE(
+        repository.stateOf({"a", item, AT_FDCWD, path.c_str(), false, true}).state.isChanged);
+}
+
+TEST_F(GitRepositoryTest, workTreeOutsideTheFolderAskedForIsRefused) {
+    const std::string home = (top_ / "home").string();
+    std::filesystem::create_directories(home + "/sub");
+    std::filesystem::create_directories(work_ + "/in");
+    git("config core.worktree " + home);
+    EXPECT_THAT(reasonOf([&] { GitRepository repository(work_); }), HasSubstr("core.worktree"));
+    // Above the folder asked for, but not found from there.
+    git("config core.worktree " + top_.string());
+    EXPECT_THAT(reasonOf([&] { GitRepository repository(work_); }), HasSubstr(top_.string()));
+    git("config core.worktree " + work_ + "/in");
+    EXPECT_EQ(GitRepository(work_).workTree(), work_ + "/in");
+    git("config core.worktree " + work_);
+    EXPECT_EQ(GitRepository(work_ + "/in").workTree(), work_);
+    git("config --unset core.worktree");
+    write("x", "x");
+    commitAll();
+    git("worktree add -q ../linked -b linked");
+    EXPECT_EQ(GitRepository((top_ / "linked").string()).workTree(), (top_ / "linked").string());
+}
+
+TEST_F(GitRepositoryTest, repositoryOfAnotherUserIsRefusedWithTheRemedy) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a folder away";
+    }
+    git("config -f ../.gitconfig user.name Tester");
+    for (const std::string& path : {work_, work_ + "/.git"}) {
+        ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
+    }
+    const std::string reason = reasonOf([&] { GitRepository repository(work_); });
+    EXPECT_EQ(reason, work_ +
+                          " belongs to another user (number 12345), whose settings of git are "
+                          "not trusted; if you trust them, run: git config --global --add "
+                          "safe.directory " +
+                          work_);
+    git("config --global --add safe.directory " + work_);
+    EXPECT_EQ(GitRepository(work_).workTree(), work_);
 }
 
 } // namespace

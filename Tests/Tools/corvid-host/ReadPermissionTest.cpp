@@ -23,7 +23,7 @@ TEST(ReadPermission, goesByTheFirstOfOwnerGroupAndOthersThatFits) {
         {S_IFDIR | 0100, 1000, 1, false},   {S_IFDIR | 0005, 1, 1, true},
     };
     for (const Case& row : cases) {
-        struct stat item {};
+        struct stat item{};
         item.st_mode = row.mode;
         item.st_uid = row.owner;
         item.st_gid = row.group;
@@ -34,7 +34,7 @@ TEST(ReadPermission, goesByTheFirstOfOwnerGroupAndOthersThatFits) {
 
 TEST(ReadPermission, rootHasNoMoreThanItsBits) {
     const User root{0, {0}};
-    struct stat item {};
+    struct stat item{};
     item.st_mode = S_IFREG;
     EXPECT_FALSE(mayRead(item, root));
     item.st_mode = S_IFREG | 0600;

@@ -1,16 +1,26 @@
 #include "Tools/corvid-host/Git/TreeScanner.h"
 
+#include "Platform/Unix/OwnedFd.h"
 #include "Tests/Tools/corvid-host/GitFixture.h"
 #include "Tools/corvid-host/Git/BadgeTree.h"
 #include "Tools/corvid-host/Git/GitRepository.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <map>
 #include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <system_error>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace corvid {
 namespace {
@@ -291,6 +301,167 @@ TEST_F(TreeScannerTest, refusesWhatIsNoWorkTree) {
     EXPECT_THROW(GitRepository((top_ / "bare").string()), GitError);
     fs::create_directories(fs::path(work_) / "sub");
     EXPECT_EQ(GitRepository(work_ + "/sub").workTree(), work_);
+}
+
+/// Descriptors up to `most` for the life of the object.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(rlim_t most) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit few{most, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+class DeepTreeTest : public TreeScannerTest {
+protected:
+    static constexpr int kDepth = 2200;
+
+    /// Folders named "d", one in the other, with `files` in the last one.
+    std::string makeDeep(const std::vector<std::string>& files) const {
+        OwnedFd folder(open(work_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        std::string path;
+        for (int level = 0; level < kDepth; ++level) {
+            mkdirat(folder.get(), "d", 0700);
+            folder = OwnedFd(openat(folder.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            path += level == 0 ? "d" : "/d";
+        }
+        for (const std::string& file : files) {
+            const OwnedFd made(
+                openat(folder.get(), file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+            EXPECT_EQ(::write(made.get(), "*.deep\n", 7), 7);
+        }
+        return path;
+    }
+    void TearDown() override {
+        if (!top_.empty()) {
+            EXPECT_EQ(std::system(("rm -rf '" + work_ + "'").c_str()), 0);
+        }
+        GitFixture::TearDown();
+    }
+};
+
+TEST_F(DeepTreeTest, depthCostsNoMoreThanWidthAndFewDescriptors) {
+    write(".gitignore", "*.o\n");
+    const std::string deep = makeDeep({"x", "y.o", "z.deep", ".gitignore"});
+    GitRepository repository(work_);
+    const FewDescriptors few(128);
+    const auto start = std::chrono::steady_clock::now();
+    const BadgeTree tree = scanAll(repository);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(tree.badge(deep + "/x").rawValue(), "cloud");
+    EXPECT_EQ(tree.badge(deep + "/y.o").rawValue(), "none");
+    EXPECT_EQ(tree.badge(deep + "/z.deep").rawValue(), "none");
+    EXPECT_EQ(tree.badge("d").rawValue(), "cloud");
+    EXPECT_EQ(tree.fileCount(), 5U);
+    EXPECT_TRUE(visited_.contains(deep));
+    TreeScanner scanner(repository, User::current(), [](const std::string&, int) {});
+    const Scan scan = scanner.scan(deep + "/x");
+    ASSERT_EQ(scan.items.size(), 1U);
+    EXPECT_TRUE(scan.items[0].state.isUntracked);
+    EXPECT_TRUE(scanner.scan(deep + "/nothing").isEmpty());
+}
+
+TEST_F(DeepTreeTest, foldersBesideADeepOneAreFound) {
+    const std::string deep = makeDeep({"x"});
+    for (const char* path : {"d/a/x", "d/z/x", "d/d/a/x", "d/d/z/x", "a/x", "z/x"}) {
+        write(path, "x");
+    }
+    GitRepository repository(work_);
+    const BadgeTree tree = scanAll(repository);
+    for (const char* path : {"d/a/x", "d/z/x", "d/d/a/x", "d/d/z/x", "a/x", "z/x"}) {
+        EXPECT_EQ(tree.badge(path).rawValue(), "cloud") << path;
+    }
+    EXPECT_EQ(tree.badge(deep + "/x").rawValue(), "cloud");
+}
+
+TEST_F(TreeScannerTest, lackOfDescriptorsIsNoBadge) {
+    write("a/b/x", "x");
+    GitRepository repository(work_);
+    TreeScanner scanner(repository, User::current(), [](const std::string&, int) {});
+    const FewDescriptors few(3);
+    EXPECT_THROW(scanner.scan(""), std::system_error);
+}
+
+TEST_F(TreeScannerTest, scanCanBeInterrupted) {
+    struct Enough {};
+    for (int i = 0; i < 1000; ++i) {
+        write("many/" + std::to_string(i), "");
+    }
+    GitRepository repository(work_);
+    TreeScanner scanner(
+        repository, User::current(), [](const std::string&, int) {}, [] { throw Enough{}; });
+    EXPECT_THROW(scanner.scan(""), Enough);
+}
+
+TEST_F(TreeScannerTest, fileOfAnotherSizeIsNotRead) {
+    write("a", "abc");
+    write("empty", "");
+    commitAll();
+    constexpr std::uintmax_t kSize = 6ULL * 1024 * 1024 * 1024;
+    for (const char* name : {"a", "empty"}) {
+        fs::resize_file(fs::path(work_) / name, kSize); // takes no room on the disk
+    }
+    GitRepository repository(work_);
+    const auto start = std::chrono::steady_clock::now();
+    const BadgeTree tree = scanAll(repository);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+    EXPECT_EQ(tree.badge("a").rawValue(), "inProgress");
+    EXPECT_EQ(tree.badge("empty").rawValue(), "inProgress");
+}
+
+TEST_F(TreeScannerTest, convertedFileIsJudgedByItsContent) {
+    write(".gitattributes", "*.txt text eol=crlf\n");
+    write("dir/a.txt", "one\r\ntwo\r\n");
+    write("dir/b.bin", "one\r\n");
+    commitAll();
+    write("dir/a.txt", "one\r\ntwo\r\n");
+    write("dir/b.bin", "two\r\n");
+    EXPECT_EQ(badge("dir/a.txt"), "synced");
+    EXPECT_EQ(badge("dir/b.bin"), "inProgress");
+}
+
+TEST_F(TreeScannerTest, pipesInPlaceOfRulesAreNotWaitedFor) {
+    write("a.txt", "x");
+    write("dir/b.txt", "x");
+    commitAll();
+    write("a.txt", "x");
+    write("dir/b.txt", "y");
+    fs::remove(fs::path(work_) / ".git/info/exclude");
+    for (const char* name :
+         {"/.gitignore", "/dir/.gitignore", "/dir/.gitattributes", "/.git/info/exclude"}) {
+        ASSERT_EQ(mkfifo((work_ + name).c_str(), 0600), 0);
+    }
+    EXPECT_EQ(badge("a.txt"), "synced");
+    EXPECT_EQ(badge("dir/b.txt"), "inProgress");
+    EXPECT_EQ(badge("dir/.gitignore"), "none");
+}
+
+TEST_F(TreeScannerTest, rulesOfTheWholeTreeCountLeast) {
+    write("excludes", "*.a\n*.b\n*.c\n");
+    git("config core.excludesfile " + work_ + "/excludes");
+    write(".git/info/exclude", "!*.b\n*.c\n");
+    write(".gitignore", "!k.c\nclosed/\n");
+    write("closed/.gitignore", "!*\n");
+    for (const char* path : {"x.a", "x.b", "x.c", "k.c", "closed/k.c"}) {
+        write(path, "");
+    }
+    write("closed/tracked", "");
+    git("add -f closed/tracked");
+    GitRepository repository(work_);
+    const BadgeTree tree = scanAll(repository);
+    for (const auto& [path, expected] : gitBadges()) {
+        EXPECT_EQ(tree.badge(path).rawValue(), expected) << path;
+    }
+    EXPECT_EQ(tree.badge("x.a").rawValue(), "none");
+    EXPECT_EQ(tree.badge("x.b").rawValue(), "cloud");
+    EXPECT_EQ(tree.badge("closed/k.c").rawValue(), "none");
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -103,11 +104,17 @@ bool isOwnWorkTree(const std::string& folder, const std::string& workTree,
                       (isWithin(asked, served) && repositoryAbove(workTree) == gitFolder));
 }
 
+/// libgit2 1.5 says GIT_ENOTFOUND where the user's settings name no trusted folder at all.
+bool isAboutTrust(const git_error* error) {
+    return error != nullptr && error->message != nullptr &&
+           std::string_view(error->message).find("safe.directory") != std::string_view::npos;
+}
+
 /// What to say of a repository that another user may have prepared.
 std::string otherOwner(const std::string& folder) {
     const std::filesystem::path found(repositoryAbove(folder).value_or(folder));
     const std::filesystem::path tree = found.filename() == ".git" ? found.parent_path() : found;
-    struct stat item {};
+    struct stat item{};
     std::string owner = "another user";
     if (stat(tree.c_str(), &item) == 0 && item.st_uid != geteuid()) {
         owner = fmt::format("another user (number {})", item.st_uid);
@@ -227,7 +234,7 @@ GitRepository::GitRepository(const std::string& folder)
     auto& my = *implementation_;
     git_repository* repository = nullptr;
     const int code = git_repository_open_ext(&repository, folder.c_str(), 0, nullptr);
-    if (code == GIT_EOWNER) {
+    if (code == GIT_EOWNER || (code == GIT_ENOTFOUND && isAboutTrust(git_error_last()))) {
         throw GitError(otherOwner(folder));
     }
     check(code, fmt::format("{} is not in a git work tree that can be opened", folder));
@@ -277,7 +284,7 @@ bool GitRepository::reload() {
     auto& my = *implementation_;
     // Before the index is read: should it be replaced in between, more files count as racy than
     // need be, rather than fewer.
-    struct stat onDisk {};
+    struct stat onDisk{};
     if (lstat(git_index_path(my.index.get()), &onDisk) == 0) {
         my.indexModified = onDisk.st_mtim;
     }
@@ -439,7 +446,7 @@ bool GitRepository::Implementation::hashFile(git_oid& hash, const Found& file) c
     }
     const OwnedFd opened(
         openat(file.folder, file.name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
-    struct stat item {};
+    struct stat item{};
     if (!opened || fstat(opened.get(), &item) != 0 || !S_ISREG(item.st_mode)) {
         return false;
     }
@@ -571,7 +578,7 @@ void GitRepository::Implementation::smudgeRacyEntries() {
     std::vector<std::string> changed;
     for (std::size_t i = 0; i < git_index_entrycount(index.get()); ++i) {
         const git_index_entry& entry = *git_index_get_byindex(index.get(), i);
-        struct stat item {};
+        struct stat item{};
         if (entry.mtime.seconds >= indexModified.tv_sec && entry.file_size != 0 &&
             git_index_entry_stage(&entry) == GIT_INDEX_STAGE_NORMAL &&
             (entry.flags & GIT_INDEX_ENTRY_VALID) == 0 &&
@@ -601,7 +608,7 @@ void GitRepository::stage(const std::vector<std::string>& paths) {
     auto& my = *implementation_;
     std::optional<GitError> refusal;
     for (const std::string& path : paths) {
-        struct stat item {};
+        struct stat item{};
         const bool isThere = lstat(my.absolute(path).c_str(), &item) == 0;
         const int code = isThere ? git_index_add_bypath(my.index.get(), path.c_str())
                                  : git_index_remove_bypath(my.index.get(), path.c_str());

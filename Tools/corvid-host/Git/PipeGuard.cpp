@@ -22,7 +22,7 @@ int openUnlessPipe(const char* path, int flags, mode_t mode) {
         return openAsSystem(path, flags, mode);
     }
     const int fd = openAsSystem(path, flags | O_NONBLOCK, mode);
-    struct stat item {};
+    struct stat item{};
     if (fd < 0 || fstat(fd, &item) != 0 || S_ISREG(item.st_mode)) {
         return fd;
     }

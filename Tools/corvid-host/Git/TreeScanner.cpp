@@ -45,7 +45,7 @@ void throwIfLacking(int error) {
 /// `follow` is O_NOFOLLOW for files of a work tree, which may not lead out of it.
 IgnoreRules readRules(int folder, const char* name, int follow, bool ignoresCase) {
     const OwnedFd file(openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | follow));
-    struct stat item {};
+    struct stat item{};
     if (!file) {
         throwIfLacking(errno);
         return {};
@@ -100,7 +100,7 @@ Scan TreeScanner::Pass::scan(const std::string& path) {
         firstLevel_ = folders_.size();
         const std::string name(nameOf(path));
         path_ = path;
-        struct stat item {};
+        struct stat item{};
         if (fstatat(folders_.back().descriptor.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) ==
             0) {
             const bool ignored = isIgnored(S_ISDIR(item.st_mode));
@@ -129,7 +129,7 @@ TreeScanner::Pass::Way TreeScanner::Pass::goToFolder(const std::string& folder) 
     folders_.clear();
     rules_.clear();
     path_.clear();
-    struct stat item {};
+    struct stat item{};
     OwnedFd top = openFolder(AT_FDCWD, repository_.workTree().c_str(), item);
     if (!top) {
         return Way::missing;
@@ -167,7 +167,7 @@ OwnedFd TreeScanner::Pass::openFolder(int parent, const char* name, struct stat&
 void TreeScanner::Pass::push(OwnedFd descriptor, const struct stat& item, bool isIgnored) {
     Folder folder{path_.size(), rules_.size()};
     folder.isIgnored = isIgnored;
-    struct stat attributes {};
+    struct stat attributes{};
     folder.mayConvert =
         (folders_.empty() ? settings_.mayConvert : folders_.back().mayConvert) ||
         fstatat(descriptor.get(), kAttributeFile, &attributes, AT_SYMLINK_NOFOLLOW) == 0;
@@ -203,7 +203,7 @@ void TreeScanner::Pass::pop() {
 /// Opens the last folder again, from the one `below` it if that is there still, else by its path.
 bool TreeScanner::Pass::reopenLast(int below) {
     Folder& folder = folders_.back();
-    struct stat item {};
+    struct stat item{};
     const auto isSame = [&] { return item.st_dev == folder.device && item.st_ino == folder.inode; };
     folder.descriptor = openFolder(below, "..", item);
     if (folder.descriptor && isSame()) {
@@ -225,7 +225,7 @@ bool TreeScanner::Pass::isLeaf(const struct stat& item, const char* name, bool i
         (isIgnored && !repository_.hasIndexedBelow(path_))) {
         return true;
     }
-    struct stat inside {};
+    struct stat inside{};
     return fstatat(folders_.back().descriptor.get(), (std::string(name) + "/.git").c_str(), &inside,
                    AT_SYMLINK_NOFOLLOW) == 0;
 }
@@ -235,7 +235,7 @@ void TreeScanner::Pass::addItem(const char* name, const struct stat& item, bool 
     const int parent = folders_.back().descriptor.get();
     bool isFolder = S_ISDIR(item.st_mode);
     if (isFolder) {
-        struct stat inside {};
+        struct stat inside{};
         isFolder = !repository_.isSubmodule(path_) &&
                    fstatat(parent, (std::string(name) + "/.git").c_str(), &inside,
                            AT_SYMLINK_NOFOLLOW) != 0;
@@ -287,7 +287,7 @@ void TreeScanner::Pass::list() {
             scanner_.mayInterrupt_();
         }
         const std::string_view name = entry->d_name;
-        struct stat item {};
+        struct stat item{};
         if (name == "." || name == ".." || name == ".git" ||
             fstatat(descriptor, entry->d_name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
             continue;
@@ -320,7 +320,7 @@ void TreeScanner::Pass::walk() {
         folder.toEnter.pop_back();
         path_.append(path_.empty() ? "" : "/").append(name);
         const bool ignored = isIgnored(true);
-        struct stat item {};
+        struct stat item{};
         OwnedFd descriptor = openFolder(folder.descriptor.get(), name.c_str(), item);
         if (descriptor) {
             push(std::move(descriptor), item, ignored);

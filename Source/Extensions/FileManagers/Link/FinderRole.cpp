@@ -445,6 +445,9 @@ void FinderRole::setBadgeImage(std::shared_ptr<Image> image,
 }
 
 void FinderRole::setBadgeIdentifier(std::string_view identifier, const URL& url) {
+    if (url.isOfOtherHost()) {
+        return; // no item of a window here, whatever its path says
+    }
     const MutexLock lock(mutex_);
     const bool isRegistered =
         std::any_of(badgeKinds_.begin(), badgeKinds_.end(),
