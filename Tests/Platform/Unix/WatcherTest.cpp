@@ -232,6 +232,42 @@ TEST_F(WatcherTest, looksAfterMoreEventsThanTheSystemKeeps) {
     EXPECT_EQ(told_.next(), "second +");
 }
 
+TEST_F(WatcherTest, anOwnerThatCanBeAskedAtLastHasNotVanished) {
+    makeRun();
+    UnixMessagePortService service(folder());
+    ChildProcess peer({CORVID_PORT_PEER, "serve", "busy"});
+    ASSERT_EQ(peer.readLine(), "ready");
+    peer.signal(SIGSTOP);
+    siginfo_t stopped{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(peer.identifier()), &stopped, WSTOPPED), 0);
+    PortFolder ports(folder());
+    std::vector<PortFolder::Connection> queued;
+    do {
+        queued.push_back(ports.connect("busy", std::nullopt));
+        ASSERT_LT(queued.size(), 1000U);
+    } while (queued.back().result == PortFolder::ConnectResult::connected);
+    const auto watcher = watchPorts("");
+    EXPECT_EQ(told_.next(), "busy +");
+    EXPECT_EQ(ports.livePorts("busy").front().process, 0);
+    peer.signal(SIGCONT);
+    queued.clear();
+    // It is asked again whenever something changes, until it has room.
+    std::vector<MessagePortRef> others;
+    std::string told;
+    do {
+        others.push_back(open(service, "other " + std::to_string(others.size())));
+        told = told_.next();
+        ASSERT_NE(told, "busy -");
+        ASSERT_LT(others.size(), 1000U);
+    } while (told != "busy +");
+    EXPECT_THAT(told_.next(), testing::StartsWith("other"));
+    others.clear();
+    peer.signal(SIGKILL);
+    while ((told = told_.next()).starts_with("other")) {
+    }
+    EXPECT_EQ(told, "busy -");
+}
+
 TEST_F(WatcherTest, mayEndAtAnyMoment) {
     makeRun();
     UnixMessagePortService service(folder());
