@@ -306,6 +306,10 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
 
     link::LinkServer server(std::move(listener), volume, monitor, clock,
                             {CORVID_VERSION, static_cast<std::uint32_t>(::getpid())});
+    if (!server.isUsable()) {
+        return failed(report, std::string("The extension cannot wait for front ends: ") +
+                                  std::strerror(errno) + ". End programs or raise `ulimit -n`.");
+    }
     server.setVolumeFixed(isVolumeFixed);
     FIFinderSyncController::setDefaultController(&server.finder());
     serverToStop = &server;

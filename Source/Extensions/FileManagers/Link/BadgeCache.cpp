@@ -15,7 +15,34 @@ void BadgeCache::begin(const std::string& folderName) {
     // What was known before may have changed while nobody looked: it is shown, but asked for anew.
     forgetQuestions(folder);
     if (volume_.holds(folderName)) {
-        client_.send(Begin{folderName});
+        tellBegin(folderName, folder);
+    }
+}
+
+/// Tells the extension, unless it has been told of as many as it takes.
+void BadgeCache::tellBegin(const std::string& name, Folder& folder) {
+    if (begun_ < kMaxFoldersShown && isPlainPath(name)) {
+        client_.send(Begin{name});
+        folder.isBegun = true;
+        ++begun_;
+    }
+}
+
+/// Tells the extension, and begins a folder that had no room before.
+void BadgeCache::tellEnd(const std::string& name, Folder& folder) {
+    client_.send(End{name});
+    folder.isBegun = false;
+    if (begun_-- < kMaxFoldersShown) {
+        return;
+    }
+    for (auto& [otherName, other] : folders_) {
+        if (other.views > 0 && !other.isBegun && volume_.holds(otherName)) {
+            tellBegin(otherName, other);
+            for (auto& [item, known] : other.items) {
+                gather(other, item, known);
+            }
+            return;
+        }
     }
 }
 
@@ -26,8 +53,8 @@ void BadgeCache::end(const std::string& folderName) {
     }
     folder->second.lastShown = ++ends_;
     forgetQuestions(folder->second);
-    if (volume_.holds(folderName)) {
-        client_.send(End{folderName});
+    if (folder->second.isBegun) {
+        tellEnd(folderName, folder->second);
     }
     dropOldest();
 }
@@ -66,9 +93,19 @@ std::string_view BadgeCache::badge(const std::string& folderName, std::string_vi
     }
     Folder& folder = found->second;
     const std::string key(name);
-    Item& item = folder.items[key];
+    auto known = folder.items.find(key);
+    if (known == folder.items.end()) {
+        // A question with a name that the link does not carry would not be sent as a whole.
+        if (items_ >= kMaxItems || !isPlainName(name)) {
+            return {};
+        }
+        known = folder.items.try_emplace(key).first;
+        ++items_;
+    }
+    Item& item = known->second;
     item.isFolder = isFolder;
-    if (item.state == Item::State::unknown) {
+    // Of a volume that is not known yet it is asked as soon as it is.
+    if (item.state == Item::State::unknown && (folder.isBegun || volume_.folder.empty())) {
         gather(folder, key, item);
     }
     return item.badge;
@@ -138,10 +175,13 @@ void BadgeCache::linkUp() {
 
 void BadgeCache::received(const Volume& volume) {
     volume_ = volume;
+    begun_ = 0;
     for (auto& [folderName, folder] : folders_) {
         forgetQuestions(folder);
+        folder.isBegun = false;
         if (!volume_.holds(folderName)) {
             if (folder.views == 0) {
+                items_ -= folder.items.size();
                 folder.items.clear();
                 continue;
             }
@@ -156,9 +196,11 @@ void BadgeCache::received(const Volume& volume) {
                 changed_(folderName, names, Change::otherBadge);
             }
         } else if (folder.views > 0) {
-            client_.send(Begin{folderName});
+            tellBegin(folderName, folder);
             for (auto& [name, item] : folder.items) {
-                gather(folder, name, item);
+                if (folder.isBegun) {
+                    gather(folder, name, item);
+                }
             }
         }
     }
@@ -173,7 +215,16 @@ void BadgeCache::received(const Badges& badges) {
     std::vector<std::string> first;
     std::vector<std::string> other;
     for (const ItemBadge& news : badges.items) {
-        Item& item = folder.items[news.name];
+        auto known = folder.items.find(news.name);
+        if (known == folder.items.end()) {
+            // Should the item be drawn, it is asked for then.
+            if (folder.items.size() >= kMaxItemsPushed || items_ >= kMaxItems) {
+                continue;
+            }
+            known = folder.items.try_emplace(news.name).first;
+            ++items_;
+        }
+        Item& item = known->second;
         if (news.isAnswer && item.state == Item::State::asked) {
             item.state = Item::State::answered;
             --unanswered_;
@@ -209,6 +260,7 @@ void BadgeCache::dropOldest() {
         if (kept <= kMaxFoldersKept && items <= kMaxItemsKept) {
             return;
         }
+        items_ -= oldest->second.items.size();
         folders_.erase(oldest);
     }
 }

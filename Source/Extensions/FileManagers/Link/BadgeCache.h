@@ -16,7 +16,8 @@ namespace corvid::link {
 /// background, each item once, and says what has to be drawn anew.
 ///
 /// It holds the folders being shown and a few that were shown last; the ones shown longest ago go
-/// first. Folders outside the volume cost a comparison. On its owner's thread throughout, the one
+/// first. Of the folders being shown, kMaxFoldersShown have badges; the others get them as those
+/// go. Folders outside the volume cost a comparison. On its owner's thread throughout, the one
 /// that dispatches the LinkClient, whose events its owner passes on.
 class BadgeCache {
 public:
@@ -29,6 +30,10 @@ public:
     /// Folders kept that are no longer shown, and items of all those together.
     static constexpr std::size_t kMaxFoldersKept = 16;
     static constexpr std::size_t kMaxItemsKept = 50'000;
+    /// Items of all folders together; one beyond them has no badge and is not asked for.
+    static constexpr std::size_t kMaxItems = 1'000'000;
+    /// Items of a folder up to which badges of items are kept that were not asked for.
+    static constexpr std::size_t kMaxItemsPushed = 200'000;
 
     /// `client` must outlive this.
     BadgeCache(LinkClient& client, Changed changed);
@@ -66,11 +71,14 @@ private:
     };
     struct Folder {
         std::size_t views = 0;
+        bool isBegun = false;        ///< as the extension was told
         std::uint64_t lastShown = 0; ///< a count of ends; larger is later
         std::unordered_map<std::string, Item> items;
         std::vector<std::string> gathered;
     };
 
+    void tellBegin(const std::string& name, Folder& folder);
+    void tellEnd(const std::string& name, Folder& folder);
     void gather(Folder& folder, const std::string& name, Item& item);
     void forgetQuestions(Folder& folder);
     void dropOldest();
@@ -81,6 +89,8 @@ private:
     std::unordered_map<std::string, Folder> folders_;
     std::uint64_t ends_ = 0;
     std::size_t unanswered_ = 0;
+    std::size_t items_ = 0;
+    std::size_t begun_ = 0;
     bool isWaking_ = false;
 };
 

@@ -8,9 +8,8 @@ namespace corvid::link {
 
 namespace {
 
-bool contains(const std::vector<FinderModel::Connection>& list, FinderModel::Connection element) {
-    return std::find(list.begin(), list.end(), element) != list.end();
-}
+/// Folders that are looked at for an item to forget, so that a new one takes bounded time.
+constexpr std::size_t kMaxFoldersLookedAt = 64;
 
 } // namespace
 
@@ -18,27 +17,46 @@ std::string FinderModel::Question::path() const {
     return folder + "/" + item.name;
 }
 
+void FinderModel::enter(Queue& queue, Place& place, Entry& entry) {
+    if (!place) {
+        place = queue.insert(queue.end(), &entry);
+    }
+}
+
+void FinderModel::leave(Queue& queue, Place& place) {
+    if (place) {
+        queue.erase(*place);
+        place.reset();
+    }
+}
+
 bool FinderModel::begin(Connection connection, const std::string& folderName) {
-    std::size_t& count = shownBy_[connection];
-    if (count >= kMaxFoldersShown) {
-        return false;
-    }
-    Folder& folder = folders_[folderName];
-    const auto [viewer, isNew] = folder.viewers.try_emplace(connection);
-    ++viewer->second.count;
-    if (!isNew) {
-        return true;
-    }
-    ++count;
-    queueObservation(folderName, folder);
-    for (const auto& [name, item] : folder.items) {
-        if (!item.badge.empty()) {
-            viewer->second.news.try_emplace(name, false);
+    const auto known = folders_.find(folderName);
+    if (known != folders_.end()) {
+        const auto viewer = known->second.viewers.find(connection);
+        if (viewer != known->second.viewers.end()) {
+            ++viewer->second.count;
+            return true;
         }
     }
-    if (!viewer->second.news.empty()) {
-        newsIn_[connection].push_back(folderName);
+    Front& front = fronts_[connection];
+    if (front.shown.size() >= kMaxFoldersShown) {
+        return false;
     }
+    Entry& entry = known != folders_.end() ? *known : *folders_.try_emplace(folderName).first;
+    Folder& folder = entry.second;
+    enter(all_, folder.amongAll, entry);
+    if (folder.viewers.empty()) {
+        ++shownCount_;
+    }
+    Viewer& viewer = folder.viewers[connection];
+    viewer.count = 1;
+    enter(front.shown, viewer.amongShown, entry);
+    folder.items.addReader(viewer.reader);
+    if (folder.items.mayHaveNews(viewer.reader)) {
+        enter(front.news, viewer.amongNews, entry);
+    }
+    settle(entry);
     return true;
 }
 
@@ -49,143 +67,168 @@ void FinderModel::end(Connection connection, const std::string& folderName) {
     }
     const auto viewer = folder->second.viewers.find(connection);
     if (viewer != folder->second.viewers.end() && --viewer->second.count == 0) {
-        removeViewer(folderName, connection);
+        removeViewer(*folder, connection);
     }
 }
 
 void FinderModel::disconnect(Connection connection) {
-    if (shownBy_.contains(connection)) {
-        std::vector<std::string> shown;
-        for (const auto& [name, folder] : folders_) {
-            if (folder.viewers.contains(connection)) {
-                shown.push_back(name);
-            }
-        }
-        for (const std::string& name : shown) {
-            removeViewer(name, connection);
-        }
+    for (auto front = fronts_.find(connection); front != fronts_.end();
+         front = fronts_.find(connection)) {
+        removeViewer(*front->second.shown.front(), connection);
     }
-    newsIn_.erase(connection);
 }
 
 void FinderModel::endAll() {
-    while (!shownBy_.empty()) {
-        disconnect(shownBy_.begin()->first);
+    while (!fronts_.empty()) {
+        disconnect(fronts_.begin()->first);
     }
 }
 
-void FinderModel::removeViewer(const std::string& folderName, Connection connection) {
-    const auto shown = shownBy_.find(connection);
-    if (--shown->second == 0) {
-        shownBy_.erase(shown);
+/// May forget the folder.
+void FinderModel::removeViewer(Entry& entry, Connection connection) {
+    Folder& folder = entry.second;
+    const auto viewer = folder.viewers.find(connection);
+    const auto front = fronts_.find(connection);
+    folder.items.removeReader(viewer->second.reader);
+    leave(front->second.news, viewer->second.amongNews);
+    leave(front->second.shown, viewer->second.amongShown);
+    if (front->second.shown.empty()) {
+        fronts_.erase(front);
     }
-    Folder& folder = folders_[folderName];
-    folder.viewers.erase(connection);
+    folder.viewers.erase(viewer);
     if (folder.viewers.empty()) {
         // What nobody looks at is neither asked for nor remembered.
+        --shownCount_;
+        itemCount_ -= folder.items.size();
+        waitingCount_ -= folder.waiting.size();
         folder.items.clear();
         folder.waiting.clear();
-        queueObservation(folderName, folder);
+        leave(turns_, folder.amongTurns);
+        settle(entry);
+    }
+}
+
+/// Has the folder's begin or end told if it has to be, and forgets the folder if nothing is left of
+/// it.
+void FinderModel::settle(Entry& entry) {
+    Folder& folder = entry.second;
+    const bool isShown = !folder.viewers.empty();
+    if (folder.told == Told::telling) {
         return;
     }
-    for (auto& [name, item] : folder.items) {
-        std::erase(item.askers, connection);
+    if (isShown != (folder.told == Told::begun)) {
+        enter(observations_, folder.amongObservations, entry);
+        return;
+    }
+    leave(observations_, folder.amongObservations);
+    if (!isShown) {
+        forget(entry);
     }
 }
 
-bool FinderModel::ask(Connection connection, const std::string& folderName,
-                      const std::vector<AskedItem>& items) {
+void FinderModel::forget(Entry& entry) {
+    leave(all_, entry.second.amongAll);
+    folders_.erase(folders_.find(entry.first));
+}
+
+std::vector<std::string> FinderModel::ask(Connection connection, const std::string& folderName,
+                                          std::vector<AskedItem> items) {
+    std::vector<std::string> refused;
     const auto found = folders_.find(folderName);
-    if (found == folders_.end() || !found->second.viewers.contains(connection)) {
-        return false;
-    }
-    Folder& folder = found->second;
-    if (folder.items.size() + items.size() > kMaxItemsRemembered) {
-        forgetIdle(folder);
-    }
-    for (const AskedItem& asked : items) {
-        Item& item = folder.items[asked.name];
-        item.isFolder = asked.isFolder;
-        item.wasAsked = true;
-        if (!contains(item.askers, connection)) {
-            item.askers.push_back(connection);
+    const auto viewer = found != folders_.end() ? found->second.viewers.find(connection)
+                                                : std::map<Connection, Viewer>::iterator();
+    const bool isShown = found != folders_.end() && viewer != found->second.viewers.end();
+    for (AskedItem& asked : items) {
+        FolderItems::Node* const node = isShown ? itemOf(*found, asked.name) : nullptr;
+        if (node == nullptr) {
+            refused.push_back(std::move(asked.name));
+            continue;
         }
-        queueQuestion(folderName, folder, asked.name, item);
+        node->second.isFolder = asked.isFolder;
+        node->second.wasAsked = true;
+        found->second.items.addAsker(*node, viewer->second.reader);
+        queueQuestion(*found, *node);
     }
-    return true;
+    return refused;
 }
 
-void FinderModel::queueObservation(const std::string& name, Folder& folder) {
-    if (!folder.isInObservations && folder.told != Told::telling) {
-        folder.isInObservations = true;
-        observations_.push_back(name);
+/// What is remembered of an item, which may be new; null when there is no room for it.
+FolderItems::Node* FinderModel::itemOf(Entry& entry, const std::string& name) {
+    FolderItems& items = entry.second.items;
+    if (FolderItems::Node* const known = items.find(name)) {
+        return known;
     }
+    if (items.size() >= bounds_.itemsOfFolder) {
+        if (!items.forgetOne()) {
+            return nullptr;
+        }
+        --itemCount_;
+    } else if (itemCount_ >= bounds_.itemsInAll && !forgetItem(entry)) {
+        return nullptr;
+    }
+    ++itemCount_;
+    return &items.add(name);
+}
+
+/// Forgets an item of this folder, else of another one.
+bool FinderModel::forgetItem(Entry& entry) {
+    bool hasForgotten = entry.second.items.forgetOne();
+    for (std::size_t i = 0; !hasForgotten && i < std::min(all_.size(), kMaxFoldersLookedAt); ++i) {
+        hasForgotten = all_.front()->second.items.forgetOne();
+        if (!hasForgotten) {
+            // The next search begins where this one ends.
+            all_.splice(all_.end(), all_, all_.begin());
+        }
+    }
+    if (hasForgotten) {
+        --itemCount_;
+    }
+    return hasForgotten;
 }
 
 std::optional<FinderModel::Observation> FinderModel::nextObservation() {
     if (!mayHandOut(!observations_.empty())) {
         return std::nullopt;
     }
-    while (!observations_.empty()) {
-        const std::string name = std::move(observations_.front());
-        observations_.pop_front();
-        const auto found = folders_.find(name);
-        if (found == folders_.end()) {
-            continue;
-        }
-        Folder& folder = found->second;
-        folder.isInObservations = false;
-        const bool isShown = !folder.viewers.empty();
-        if (isShown == (folder.told == Told::begun)) {
-            if (!isShown) {
-                folders_.erase(found);
-            }
-            continue;
-        }
-        folder.told = Told::telling;
-        mayTry_ = false;
-        return Observation{name, isShown};
-    }
-    return std::nullopt;
+    auto& [name, folder] = *observations_.front();
+    leave(observations_, folder.amongObservations);
+    folder.told = Told::telling;
+    mayTry_ = false;
+    return Observation{name, !folder.viewers.empty()};
 }
 
 void FinderModel::finish(const Observation& observation, SendOutcome outcome) {
     const auto found = folders_.find(observation.folder);
     if (found != folders_.end() && found->second.told == Told::telling) {
-        Folder& folder = found->second;
         // With no host there is nobody to tell; its coming begins the shown folders anew.
         const bool wasTold = outcome != SendOutcome::failed;
-        folder.told = observation.isBegin == wasTold ? Told::begun : Told::ended;
-        if (folder.told == Told::begun && !folder.waiting.empty()) {
-            takeTurns(observation.folder, folder);
-        }
-        if (folder.viewers.empty() || folder.told == Told::ended) {
-            queueObservation(observation.folder, folder);
-        }
+        found->second.told = observation.isBegin == wasTold ? Told::begun : Told::ended;
+        takeTurns(*found);
+        settle(*found);
     }
     noteOutcome(outcome);
 }
 
-void FinderModel::queueQuestion(const std::string& folderName, Folder& folder,
-                                const std::string& name, Item& item) {
-    switch (item.state) {
-    case Item::State::waiting:
+void FinderModel::queueQuestion(Entry& entry, FolderItems::Node& node) {
+    using State = FolderItems::Item::State;
+    switch (node.second.state) {
+    case State::waiting:
         return;
-    case Item::State::asking:
-        item.mustAskAgain = true;
+    case State::asking:
+        node.second.mustAskAgain = true;
         return;
-    case Item::State::idle:
-        item.state = Item::State::waiting;
-        folder.waiting.push_back(name);
-        takeTurns(folderName, folder);
+    case State::idle:
+        node.second.state = State::waiting;
+        entry.second.waiting.push_back(&node);
+        ++waitingCount_;
+        takeTurns(entry);
         return;
     }
 }
 
-void FinderModel::takeTurns(const std::string& name, Folder& folder) {
-    if (!folder.isInTurns && folder.told == Told::begun) {
-        folder.isInTurns = true;
-        turns_.push_back(name);
+void FinderModel::takeTurns(Entry& entry) {
+    if (entry.second.told == Told::begun && !entry.second.waiting.empty()) {
+        enter(turns_, entry.second.amongTurns, entry);
     }
 }
 
@@ -193,47 +236,35 @@ std::optional<FinderModel::Question> FinderModel::nextQuestion() {
     if (!mayHandOut(!turns_.empty())) {
         return std::nullopt;
     }
-    while (!turns_.empty()) {
-        std::string folderName = std::move(turns_.front());
-        turns_.pop_front();
-        const auto found = folders_.find(folderName);
-        if (found == folders_.end()) {
-            continue;
-        }
-        Folder& folder = found->second;
-        folder.isInTurns = false;
-        if (folder.waiting.empty() || folder.told != Told::begun) {
-            continue;
-        }
-        std::string name = std::move(folder.waiting.front());
-        folder.waiting.pop_front();
-        if (!folder.waiting.empty()) {
-            takeTurns(folderName, folder);
-        }
-        Item& item = folder.items[name];
-        item.state = Item::State::asking;
-        mayTry_ = false;
-        return Question{std::move(folderName), {std::move(name), item.isFolder}};
+    auto& [folderName, folder] = *turns_.front();
+    auto& [name, item] = *folder.waiting.front();
+    folder.waiting.pop_front();
+    --waitingCount_;
+    if (folder.waiting.empty()) {
+        leave(turns_, folder.amongTurns);
+    } else {
+        turns_.splice(turns_.end(), turns_, turns_.begin());
     }
-    return std::nullopt;
+    item.state = FolderItems::Item::State::asking;
+    mayTry_ = false;
+    return Question{folderName, {name, item.isFolder}};
 }
 
 void FinderModel::finish(const Question& question, SendOutcome outcome) {
     const auto found = folders_.find(question.folder);
-    if (found != folders_.end()) {
-        Folder& folder = found->second;
-        const auto entry = folder.items.find(question.item.name);
-        // The folder may have gone and come back meanwhile: then the item waits afresh.
-        if (entry != folder.items.end() && entry->second.state == Item::State::asking) {
-            Item& item = entry->second;
-            item.state = Item::State::idle;
-            item.hasFailed = outcome == SendOutcome::failed;
-            item.isSecondTry = false;
-            addNews(question.folder, folder, question.item.name, std::exchange(item.askers, {}));
-            if (std::exchange(item.mustAskAgain, false)) {
-                queueQuestion(question.folder, folder, question.item.name, item);
-                item.isSecondTry = true;
-            }
+    FolderItems::Node* const node =
+        found != folders_.end() ? found->second.items.find(question.item.name) : nullptr;
+    // The folder may have gone and come back meanwhile: then the item waits afresh.
+    if (node != nullptr && node->second.state == FolderItems::Item::State::asking) {
+        FolderItems::Item& item = node->second;
+        item.state = FolderItems::Item::State::idle;
+        item.hasFailed = outcome == SendOutcome::failed;
+        item.isSecondTry = false;
+        found->second.items.noteAnswer(*node);
+        spreadNews(*found);
+        if (std::exchange(item.mustAskAgain, false)) {
+            queueQuestion(*found, *node);
+            item.isSecondTry = true;
         }
     }
     noteOutcome(outcome);
@@ -245,71 +276,57 @@ void FinderModel::setBadge(std::string_view path, std::string_view badge,
     if (slash == std::string_view::npos || slash + 1 == path.size()) {
         return;
     }
-    const std::string folderName(path.substr(0, slash));
-    const auto found = folders_.find(folderName);
+    const auto found = folders_.find(std::string(path.substr(0, slash)));
     if (found == folders_.end() || found->second.viewers.empty()) {
         return;
     }
-    Folder& folder = found->second;
     const std::string name(path.substr(slash + 1));
-    if (folder.items.size() >= kMaxItemsRemembered && !folder.items.contains(name)) {
-        forgetIdle(folder);
+    FolderItems& items = found->second.items;
+    // Of an item of which nothing is known, "no badge" is no news.
+    FolderItems::Node* const node = badge.empty() ? items.find(name) : itemOf(*found, name);
+    if (node == nullptr) {
+        return;
     }
-    Item& item = folder.items[name];
+    FolderItems::Item& item = node->second;
     const bool isAnswer = question != nullptr && question->path() == path;
-    if (!isAnswer && item.state == Item::State::asking && !item.isSecondTry) {
+    if (!isAnswer && item.state == FolderItems::Item::State::asking && !item.isSecondTry) {
         // The host said two things at once, and which it said last cannot be seen here.
         item.mustAskAgain = true;
     }
     if (item.badge != badge) {
         item.badge = badge;
-        addNews(folderName, folder, name, {});
+        items.noteChange(*node);
+        spreadNews(*found);
     }
 }
 
-void FinderModel::addNews(const std::string& folderName, Folder& folder, const std::string& name,
-                          const std::vector<Connection>& askers) {
-    const bool isAnswer = !askers.empty();
-    for (auto& [connection, viewer] : folder.viewers) {
-        if (isAnswer && !contains(askers, connection)) {
-            continue;
+void FinderModel::spreadNews(Entry& entry) {
+    for (auto& [connection, viewer] : entry.second.viewers) {
+        if (!viewer.amongNews) {
+            enter(fronts_[connection].news, viewer.amongNews, entry);
         }
-        if (viewer.news.empty()) {
-            newsIn_[connection].push_back(folderName);
-        }
-        viewer.news[name] |= isAnswer;
     }
 }
 
 std::optional<Badges> FinderModel::takeNews(Connection connection) {
-    const auto queue = newsIn_.find(connection);
-    if (queue == newsIn_.end()) {
+    const auto front = fronts_.find(connection);
+    if (front == fronts_.end()) {
         return std::nullopt;
     }
-    while (!queue->second.empty()) {
+    Queue& news = front->second.news;
+    while (!news.empty()) {
+        auto& [name, folder] = *news.front();
+        Viewer& viewer = folder.viewers.find(connection)->second;
         Badges badges;
-        badges.folder = queue->second.front();
-        const auto folder = folders_.find(badges.folder);
-        if (folder != folders_.end() && folder->second.viewers.contains(connection)) {
-            auto& news = folder->second.viewers[connection].news;
-            auto next = news.begin();
-            while (next != news.end() && badges.items.size() < kMaxBatchSize) {
-                const auto item = folder->second.items.find(next->first);
-                if (item != folder->second.items.end()) {
-                    badges.items.push_back({next->first, item->second.badge, next->second});
-                }
-                next = news.erase(next);
-            }
-            if (!news.empty()) {
-                return badges;
-            }
+        folder.items.takeNews(viewer.reader, badges.items);
+        if (!folder.items.mayHaveNews(viewer.reader)) {
+            leave(news, viewer.amongNews);
         }
-        queue->second.pop_front();
         if (!badges.items.empty()) {
+            badges.folder = name;
             return badges;
         }
     }
-    newsIn_.erase(queue);
     return std::nullopt;
 }
 
@@ -324,9 +341,11 @@ void FinderModel::noteOutcome(SendOutcome outcome) {
 
 void FinderModel::hostAppeared() {
     isTroubled_ = false;
-    for (auto& [name, folder] : folders_) {
-        folder.told = Told::ended;
-        queueObservation(name, folder);
+    for (auto next = folders_.begin(); next != folders_.end();) {
+        Entry& entry = *next++;
+        entry.second.told = Told::ended;
+        leave(turns_, entry.second.amongTurns);
+        settle(entry);
     }
     askEverythingAgain();
 }
@@ -337,23 +356,23 @@ void FinderModel::hostVanished() {
 }
 
 void FinderModel::askEverythingAgain() {
-    for (auto& [folderName, folder] : folders_) {
-        for (auto& [name, item] : folder.items) {
-            if (item.wasAsked) {
-                queueQuestion(folderName, folder, name, item);
+    for (Entry& entry : folders_) {
+        for (FolderItems::Node& node : entry.second.items) {
+            if (node.second.wasAsked) {
+                queueQuestion(entry, node);
             }
         }
     }
 }
 
 void FinderModel::askFailedAgain(std::size_t atMost) {
-    for (auto& [folderName, folder] : folders_) {
-        for (auto& [name, item] : folder.items) {
+    for (Entry& entry : folders_) {
+        for (FolderItems::Node& node : entry.second.items) {
             if (atMost == 0) {
                 return;
             }
-            if (item.hasFailed && item.state == Item::State::idle) {
-                queueQuestion(folderName, folder, name, item);
+            if (node.second.hasFailed && node.second.state == FolderItems::Item::State::idle) {
+                queueQuestion(entry, node);
                 --atMost;
             }
         }
@@ -372,27 +391,8 @@ void FinderModel::retry() {
     isTroubled_ = !turns_.empty() || !observations_.empty();
 }
 
-bool FinderModel::mayHandOut(bool hasWork) {
+bool FinderModel::mayHandOut(bool hasWork) const {
     return hasWork && (!isTroubled_ || mayTry_);
-}
-
-void FinderModel::forgetIdle(Folder& folder) {
-    std::erase_if(folder.items,
-                  [](const auto& entry) { return entry.second.state == Item::State::idle; });
-}
-
-std::size_t FinderModel::shownFolders() const {
-    return static_cast<std::size_t>(
-        std::count_if(folders_.begin(), folders_.end(),
-                      [](const auto& entry) { return !entry.second.viewers.empty(); }));
-}
-
-std::size_t FinderModel::waitingQuestions() const {
-    std::size_t count = 0;
-    for (const auto& [name, folder] : folders_) {
-        count += folder.waiting.size();
-    }
-    return count;
 }
 
 } // namespace corvid::link

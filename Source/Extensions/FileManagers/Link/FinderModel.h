@@ -1,10 +1,12 @@
 #pragma once
 
+#include "Extensions/FileManagers/Link/FolderItems.h"
 #include "Extensions/FileManagers/Link/LinkMessages.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -32,14 +34,24 @@ public:
     /// A front end's connection, as the caller numbers it.
     using Connection = std::uint32_t;
 
-    /// Folders that one connection may show at a time.
-    static constexpr std::size_t kMaxFoldersShown = 1024;
-    /// Items that one folder remembers; beyond it what nobody waits for is forgotten.
+    /// Items that one folder remembers, and all folders together. Beyond it those are forgotten
+    /// that nobody waits for, the ones longest without news first. When there is none, a new item
+    /// is not asked about, and a push to an item that is not remembered is dropped.
     static constexpr std::size_t kMaxItemsRemembered = 200'000;
+    static constexpr std::size_t kMaxItemsInAll = 1'000'000;
+    struct Bounds {
+        std::size_t itemsOfFolder = kMaxItemsRemembered;
+        std::size_t itemsInAll = kMaxItemsInAll;
+    };
+
+    FinderModel() = default;
+    /// With other bounds, for tests.
+    explicit FinderModel(const Bounds& bounds) : bounds_(bounds) {}
 
     // What front ends do.
 
-    /// `folder` came into view. False, and nothing happens, when the connection shows too many.
+    /// `folder` came into view. False, and nothing happens, when the connection shows
+    /// kMaxFoldersShown others.
     bool begin(Connection connection, const std::string& folder);
     /// It went. Nothing happens without an earlier begin of the same connection.
     void end(Connection connection, const std::string& folder);
@@ -47,9 +59,10 @@ public:
     void disconnect(Connection connection);
     /// Every connection's folders are gone: the volume is another one.
     void endAll();
-    /// Wants the badges of items in `folder`. False, and nothing happens, when the connection does
-    /// not show it.
-    bool ask(Connection connection, const std::string& folder, const std::vector<AskedItem>& items);
+    /// Wants the badges of items in `folder`. The names of those that are not asked about: all when
+    /// the connection does not show the folder, and those for which there is no room.
+    std::vector<std::string> ask(Connection connection, const std::string& folder,
+                                 std::vector<AskedItem> items);
 
     // What the extension is to be told. The two kinds may be in work at the same time.
 
@@ -57,8 +70,10 @@ public:
         std::string folder;
         bool isBegin = false;
     };
-    /// The next begin or end, oldest first; a begin and an end that were both still waiting cancel
-    /// out. The caller tells the extension and calls finish().
+    /// The next begin or end, oldest first. A begin and its end that both still wait cancel each
+    /// other and take no memory; no other is ever dropped, so the ends that wait are at most as
+    /// many as the folders that were shown at a time. The caller tells the extension and calls
+    /// finish().
     std::optional<Observation> nextObservation();
     void finish(const Observation& observation, SendOutcome outcome);
 
@@ -99,53 +114,65 @@ public:
     /// Allows one try. For a timer, once a second while isRetrying().
     void retry();
 
-    std::size_t shownFolders() const;
-    std::size_t waitingQuestions() const;
+    std::size_t shownFolders() const { return shownCount_; }
+    std::size_t waitingQuestions() const { return waitingCount_; }
+    /// Folders of which anything is remembered: those shown, and those whose end is to be told.
+    std::size_t rememberedFolders() const { return folders_.size(); }
+    std::size_t rememberedItems() const { return itemCount_; }
 
 private:
-    struct Item {
-        enum class State : std::uint8_t { idle, waiting, asking };
-        std::string badge;
-        std::vector<Connection> askers;
-        State state = State::idle;
-        bool isFolder = false;
-        bool wasAsked = false;
-        bool hasFailed = false; ///< the last answer was a fallback for a host that did not answer
-        bool mustAskAgain = false; ///< something happened during the question
-        bool isSecondTry = false;  ///< the question in work repeats one that a push crossed
-    };
+    struct Folder;
+    using Entry = std::pair<const std::string, Folder>;
+    /// Folders in order; a folder that is in one knows its place.
+    using Queue = std::list<Entry*>;
+    using Place = std::optional<Queue::iterator>;
+
     struct Viewer {
         std::size_t count = 0;
-        std::unordered_map<std::string, bool> news; ///< name to "is an answer"
+        FolderItems::Reader reader;
+        Place amongShown;
+        Place amongNews;
     };
     enum class Told : std::uint8_t { ended, telling, begun };
     struct Folder {
         std::map<Connection, Viewer> viewers;
-        std::unordered_map<std::string, Item> items;
-        std::deque<std::string> waiting;
+        FolderItems items;
+        std::deque<FolderItems::Node*> waiting;
         Told told = Told::ended;
-        bool isInObservations = false;
-        bool isInTurns = false;
+        Place amongAll;
+        Place amongObservations;
+        Place amongTurns;
     };
     using Folders = std::unordered_map<std::string, Folder>;
+    /// What a connection shows, and where it has news.
+    struct Front {
+        Queue shown;
+        Queue news;
+    };
 
-    void removeViewer(const std::string& name, Connection connection);
-    void queueObservation(const std::string& name, Folder& folder);
-    void queueQuestion(const std::string& folderName, Folder& folder, const std::string& name,
-                       Item& item);
-    void takeTurns(const std::string& name, Folder& folder);
-    void addNews(const std::string& folderName, Folder& folder, const std::string& name,
-                 const std::vector<Connection>& askers);
+    static void enter(Queue& queue, Place& place, Entry& entry);
+    static void leave(Queue& queue, Place& place);
+    void removeViewer(Entry& entry, Connection connection);
+    void settle(Entry& entry);
+    void forget(Entry& entry);
+    FolderItems::Node* itemOf(Entry& entry, const std::string& name);
+    bool forgetItem(Entry& entry);
+    void queueQuestion(Entry& entry, FolderItems::Node& node);
+    void takeTurns(Entry& entry);
+    void spreadNews(Entry& entry);
     void askEverythingAgain();
     void askFailedAgain(std::size_t atMost);
-    bool mayHandOut(bool hasWork);
-    void forgetIdle(Folder& folder);
+    bool mayHandOut(bool hasWork) const;
 
+    const Bounds bounds_{};
     Folders folders_;
-    std::map<Connection, std::size_t> shownBy_;
-    std::map<Connection, std::deque<std::string>> newsIn_;
-    std::deque<std::string> observations_;
-    std::deque<std::string> turns_;
+    std::map<Connection, Front> fronts_;
+    Queue all_;
+    Queue observations_;
+    Queue turns_;
+    std::size_t shownCount_ = 0;
+    std::size_t waitingCount_ = 0;
+    std::size_t itemCount_ = 0;
     bool isTroubled_ = false;
     bool mayTry_ = false;
 };

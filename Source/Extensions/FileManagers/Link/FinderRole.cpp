@@ -11,13 +11,6 @@ namespace corvid::link {
 
 namespace {
 
-/// Menus and clicks of one front end that wait or are in work.
-constexpr std::size_t kMaxJobs = 64;
-/// Menus of one front end that can still be clicked in, and their entries all together. The newest
-/// is always kept.
-constexpr std::size_t kMaxShownMenus = 32;
-constexpr std::size_t kMaxShownEntries = kMaxMenuItems;
-
 /// What the extension is asked on this thread at this moment; null outside of a badge request.
 thread_local const FinderModel::Question* questionInWork = nullptr;
 
@@ -31,13 +24,9 @@ class MenuTranscript {
 public:
     explicit MenuTranscript(const FIFinderSync& extension) : extension_(extension) {}
 
-    struct Entry {
-        std::shared_ptr<MenuItem> item;
-        bool isClickable;
-    };
-    const std::vector<Entry>& entries() const { return entries_; }
-    /// False when the menu is more than the link carries.
-    bool isComplete() const { return isComplete_; }
+    std::vector<ShownMenu::Entry> takeEntries() { return std::move(entries_); }
+    /// False when the menu is more than the link carries or a click needs to be kept for.
+    bool isComplete() const { return isComplete_ && size_ <= kMaxFrameSize; }
 
     std::vector<MenuEntry> add(const Menu& menu, std::size_t depth = 1) {
         std::vector<MenuEntry> result;
@@ -61,6 +50,7 @@ public:
             entry.isAlternate = item->isAlternate;
             entry.isSeparator = item->isSeparator;
             entry.hasSubmenu = item->submenu != nullptr;
+            size_ += entry.title.size() + entry.toolTip.size() + entry.iconName.size();
             entries_.push_back({item, entry.isEnabled});
             if (item->submenu != nullptr) {
                 entry.submenu = add(*item->submenu, depth + 1);
@@ -72,7 +62,8 @@ public:
 
 private:
     const FIFinderSync& extension_;
-    std::vector<Entry> entries_;
+    std::vector<ShownMenu::Entry> entries_;
+    std::size_t size_ = 0;
     bool isComplete_ = true;
 };
 
@@ -119,12 +110,9 @@ void FinderRole::runExtension(const ExtensionFactory& factory) {
     extension_ = extension;
     questionsChanged_.notify_all();
     while (phase_ != Phase::ending) {
-        if (!jobs_.empty()) {
-            const Job job = std::move(jobs_.front());
-            jobs_.pop_front();
+        if (const auto job = jobs_.take()) {
             lock.unlock();
-            std::visit([&](const auto& what) { perform(*extension, job.connection, what); },
-                       job.what);
+            std::visit([&](const auto& what) { perform(*extension, *job, what); }, job->what);
             lock.lock();
         } else if (const auto observation = model_.nextObservation()) {
             lock.unlock();
@@ -152,7 +140,7 @@ void FinderRole::perform(FIFinderSync& extension, const FinderModel::Observation
     questionsChanged_.notify_all();
 }
 
-void FinderRole::perform(FIFinderSync& extension, Connection connection,
+void FinderRole::perform(FIFinderSync& extension, const JobQueue::Job& job,
                          const MenuRequest& request) {
     MenuReply reply;
     reply.request = request.request;
@@ -170,43 +158,30 @@ void FinderRole::perform(FIFinderSync& extension, Connection connection,
         MenuTranscript transcript(extension);
         reply.title = menu->title;
         reply.entries = transcript.add(*menu);
-        if (!transcript.isComplete()) {
+        shown.entries = transcript.takeEntries();
+        shown.bytes = menuBytes(*menu) + selectionBytes(*shown.selection) +
+                      shown.entries.size() * sizeof(ShownMenu::Entry);
+        if (!transcript.isComplete() || shown.bytes > ShownMenus::kMaxMenuBytes) {
             reply.outcome = MenuOutcome::tooLarge;
             reply.entries.clear();
+            shown.entries.clear();
         } else if (outcome == SendOutcome::failed) {
             reply.outcome = MenuOutcome::hostFailed;
-        }
-        for (const MenuTranscript::Entry& entry : transcript.entries()) {
-            shown.entries.push_back({entry.item, entry.isClickable});
         }
     }
 
     const MutexLock lock(mutex_);
     noteOutcome(outcome);
     model_.noteOutcome(outcome);
-    const auto frontEnd = frontEnds_.find(connection);
-    if (frontEnd == frontEnds_.end()) {
-        return;
-    }
-    --frontEnd->second.jobs;
-    shown.id = ++lastMenu_;
-    reply.menu = shown.id;
-    if (!shown.entries.empty()) {
-        std::deque<ShownMenu>& menus = frontEnd->second.menus;
-        menus.push_back(std::move(shown));
-        std::size_t entries = 0;
-        for (const ShownMenu& menu : menus) {
-            entries += menu.entries.size();
+    if (replies_.contains(job.connection)) {
+        if (!shown.entries.empty()) {
+            reply.menu = menus_.add(job.connection, std::move(shown));
         }
-        while (menus.size() > 1 && (menus.size() > kMaxShownMenus || entries > kMaxShownEntries)) {
-            entries -= menus.front().entries.size();
-            menus.pop_front();
-        }
+        finish(job, std::move(reply));
     }
-    tell(connection, std::move(reply));
 }
 
-void FinderRole::perform(FIFinderSync& extension, Connection connection, const Click& click) {
+void FinderRole::perform(FIFinderSync& extension, const JobQueue::Job& job, const Click& click) {
     ClickReply reply;
     reply.request = click.request;
     reply.outcome = ClickOutcome::unknownMenu;
@@ -214,18 +189,11 @@ void FinderRole::perform(FIFinderSync& extension, Connection connection, const C
     std::shared_ptr<MenuItem> item;
     {
         const MutexLock lock(mutex_);
-        const auto frontEnd = frontEnds_.find(connection);
-        if (frontEnd == frontEnds_.end()) {
-            return;
-        }
-        for (const ShownMenu& menu : frontEnd->second.menus) {
-            if (menu.id != click.menu) {
-                continue;
-            }
+        if (const ShownMenu* const menu = menus_.find(job.connection, click.menu)) {
             reply.outcome = ClickOutcome::notClickable;
-            if (click.item < menu.entries.size() && menu.entries[click.item].isClickable) {
-                selection = menu.selection;
-                item = menu.entries[click.item].item;
+            if (click.item < menu->entries.size() && menu->entries[click.item].isClickable) {
+                selection = menu->selection;
+                item = menu->entries[click.item].item;
             }
         }
     }
@@ -242,10 +210,15 @@ void FinderRole::perform(FIFinderSync& extension, Connection connection, const C
     const MutexLock lock(mutex_);
     noteOutcome(outcome);
     model_.noteOutcome(outcome);
-    if (const auto frontEnd = frontEnds_.find(connection); frontEnd != frontEnds_.end()) {
-        --frontEnd->second.jobs;
-        tell(connection, reply);
+    if (replies_.contains(job.connection)) {
+        finish(job, reply);
     }
+}
+
+/// The job is done, and its front end, which is still there, is told.
+void FinderRole::finish(const JobQueue::Job& job, Message reply) {
+    jobs_.finish(job);
+    tell(job.connection, std::move(reply));
 }
 
 void FinderRole::runBadges() {
@@ -277,7 +250,7 @@ void FinderRole::runBadges() {
 
 void FinderRole::connect(Connection connection) {
     const MutexLock lock(mutex_);
-    frontEnds_.try_emplace(connection);
+    replies_.try_emplace(connection);
     if (!watched_.empty()) {
         tell(connection, Volume{volume_.localFolder()});
     }
@@ -290,14 +263,15 @@ void FinderRole::connect(Connection connection) {
 void FinderRole::disconnect(Connection connection) {
     const MutexLock lock(mutex_);
     model_.disconnect(connection);
-    frontEnds_.erase(connection);
-    std::erase_if(jobs_, [&](const Job& job) { return job.connection == connection; });
+    replies_.erase(connection);
+    jobs_.forget(connection);
+    menus_.forget(connection);
     workChanged();
 }
 
 bool FinderRole::handle(Connection connection, Message message) {
     const MutexLock lock(mutex_);
-    if (!frontEnds_.contains(connection)) {
+    if (!replies_.contains(connection)) {
         return false;
     }
     if (const auto* const begin = std::get_if<Begin>(&message)) {
@@ -315,10 +289,9 @@ bool FinderRole::handle(Connection connection, Message message) {
     } else if (auto* const request = std::get_if<MenuRequest>(&message)) {
         return enqueue(connection, std::move(*request));
     } else if (const auto* const click = std::get_if<Click>(&message)) {
-        if (++frontEnds_[connection].jobs > kMaxJobs) {
+        if (jobs_.add(connection, *click) != JobQueue::Added::added) {
             return false;
         }
-        jobs_.push_back({connection, *click});
     } else {
         return false;
     }
@@ -327,25 +300,20 @@ bool FinderRole::handle(Connection connection, Message message) {
 }
 
 bool FinderRole::enqueue(Connection connection, MenuRequest request) {
-    for (auto job = jobs_.begin(); job != jobs_.end(); ++job) {
-        const auto* const older = std::get_if<MenuRequest>(&job->what);
-        if (older != nullptr && job->connection == connection &&
-            older->context == request.context) {
-            MenuReply reply;
-            reply.request = older->request;
-            reply.outcome = MenuOutcome::superseded;
-            tell(connection, std::move(reply));
-            --frontEnds_[connection].jobs;
-            jobs_.erase(job);
-            break;
-        }
+    MenuReply reply;
+    if (const auto older = jobs_.dropWaiting(connection, request.context)) {
+        reply.request = *older;
+        reply.outcome = MenuOutcome::superseded;
+        tell(connection, reply);
     }
-    if (++frontEnds_[connection].jobs > kMaxJobs) {
-        return false;
+    reply.request = request.request;
+    reply.outcome = MenuOutcome::tooLarge;
+    const JobQueue::Added added = jobs_.add(connection, std::move(request));
+    if (added == JobQueue::Added::tooLarge) {
+        tell(connection, std::move(reply));
     }
-    jobs_.push_back({connection, std::move(request)});
     workChanged();
-    return true;
+    return added != JobQueue::Added::tooMany;
 }
 
 void FinderRole::ask(Connection connection, Ask ask) {
@@ -359,9 +327,9 @@ void FinderRole::ask(Connection connection, Ask ask) {
         }
         return !isAskable;
     });
-    if (folder && !model_.ask(connection, *folder, ask.items)) {
-        for (AskedItem& item : ask.items) {
-            settled.items.push_back({std::move(item.name), {}, true});
+    if (folder) {
+        for (std::string& name : model_.ask(connection, *folder, std::move(ask.items))) {
+            settled.items.push_back({std::move(name), {}, true});
         }
     }
     if (!settled.items.empty()) {
@@ -372,13 +340,14 @@ void FinderRole::ask(Connection connection, Ask ask) {
 
 std::optional<Message> FinderRole::takeMessage(Connection connection) {
     const MutexLock lock(mutex_);
-    const auto frontEnd = frontEnds_.find(connection);
-    if (frontEnd == frontEnds_.end()) {
+    const auto replies = replies_.find(connection);
+    if (replies == replies_.end()) {
         return std::nullopt;
     }
-    if (std::deque<Message>& messages = frontEnd->second.messages; !messages.empty()) {
-        Message message = std::move(messages.front());
-        messages.pop_front();
+    if (std::optional<Message> message = replies->second.take()) {
+        if (!replies->second.isFull() && jobs_.holdBack(connection, false)) {
+            jobsChanged_.notify_all();
+        }
         return message;
     }
     while (auto news = model_.takeNews(connection)) {
@@ -492,8 +461,8 @@ std::optional<std::vector<URL>> FinderRole::selectedItemURLs() {
     return selection_ != nullptr ? std::optional(selection_->items) : std::nullopt;
 }
 
-std::shared_ptr<const FinderRole::Selection>
-FinderRole::selectionOf(const MenuRequest& request, const VolumeMapping& volume) const {
+std::shared_ptr<const Selection> FinderRole::selectionOf(const MenuRequest& request,
+                                                         const VolumeMapping& volume) const {
     const auto folder = volume.toVolume(request.folder);
     const auto target = folder ? itemURL(*folder, true) : std::nullopt;
     if (!target) {
@@ -530,18 +499,18 @@ std::optional<std::string> FinderRole::watchedPath(std::string_view localPath) c
 }
 
 void FinderRole::tell(Connection connection, Message message) {
-    if (const auto frontEnd = frontEnds_.find(connection); frontEnd != frontEnds_.end()) {
-        frontEnd->second.messages.push_back(std::move(message));
+    if (const auto replies = replies_.find(connection); replies != replies_.end()) {
+        replies->second.add(std::move(message));
+        if (replies->second.isFull()) {
+            jobs_.holdBack(connection, true);
+        }
         wake_();
     }
 }
 
 void FinderRole::tellAll(const Message& message) {
-    for (auto& [connection, frontEnd] : frontEnds_) {
-        // State, not history: what the front end has not taken yet is out of date.
-        std::erase_if(frontEnd.messages,
-                      [&](const Message& older) { return older.index() == message.index(); });
-        frontEnd.messages.push_back(message);
+    for (auto& [connection, replies] : replies_) {
+        replies.replace(message);
     }
     wake_();
 }

@@ -3,21 +3,22 @@
 #include "Core/Base/Mutex.h"
 #include "Core/Base/VolumeMapping.h"
 #include "Extensions/FileManagers/Link/FinderModel.h"
+#include "Extensions/FileManagers/Link/JobQueue.h"
 #include "Extensions/FileManagers/Link/LinkMessages.h"
+#include "Extensions/FileManagers/Link/ReplyQueue.h"
+#include "Extensions/FileManagers/Link/ShownMenus.h"
 #include "Platform/Interfaces/FIFinderSync.h"
 #include "Platform/Interfaces/FIFinderSyncController.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
-#include <variant>
 #include <vector>
 
 namespace corvid::link {
@@ -57,7 +58,8 @@ public:
     /// Takes what a front end says: a begin, end, ask, menu request or click. False when it is none
     /// of these or exceeds what one front end may want at a time; then it should be hung up on.
     bool handle(Connection connection, Message message);
-    /// The next thing to tell the front end; nothing when there is none at the moment.
+    /// The next thing to tell the front end; nothing when there is none at the moment. While it is
+    /// not taken, no more than ReplyQueue's bound is made for that front end.
     std::optional<Message> takeMessage(Connection connection);
 
     // The host and its folder.
@@ -85,36 +87,12 @@ public:
     std::optional<std::vector<URL>> selectedItemURLs() override;
 
 private:
-    /// What a menu was opened on.
-    struct Selection {
-        URL target;
-        std::vector<URL> items;
-    };
-    /// A menu as it was shown, so that a click sends the very item that it was made on.
-    struct ShownMenu {
-        struct Entry {
-            std::shared_ptr<MenuItem> item;
-            bool isClickable = false;
-        };
-        std::uint32_t id = 0;
-        std::shared_ptr<const Selection> selection;
-        std::vector<Entry> entries;
-    };
-    struct FrontEnd {
-        std::deque<Message> messages;
-        std::deque<ShownMenu> menus;
-        std::size_t jobs = 0;
-    };
-    struct Job {
-        Connection connection = 0;
-        std::variant<MenuRequest, Click> what;
-    };
     enum class Phase : std::uint8_t { running, endingBadges, ending };
 
     void runExtension(const ExtensionFactory& factory);
     void runBadges();
-    void perform(FIFinderSync& extension, Connection connection, const MenuRequest& request);
-    void perform(FIFinderSync& extension, Connection connection, const Click& click);
+    void perform(FIFinderSync& extension, const JobQueue::Job& job, const MenuRequest& request);
+    void perform(FIFinderSync& extension, const JobQueue::Job& job, const Click& click);
     void perform(FIFinderSync& extension, const FinderModel::Observation& observation);
     std::shared_ptr<const Selection> selectionOf(const MenuRequest& request,
                                                  const VolumeMapping& volume) const;
@@ -125,6 +103,7 @@ private:
     void tellHostState(HostState before) CORVID_REQUIRES(mutex_);
     HostState hostState() const CORVID_REQUIRES(mutex_);
     bool enqueue(Connection connection, MenuRequest request) CORVID_REQUIRES(mutex_);
+    void finish(const JobQueue::Job& job, Message reply) CORVID_REQUIRES(mutex_);
     void ask(Connection connection, Ask ask) CORVID_REQUIRES(mutex_);
     std::optional<std::string> watchedPath(std::string_view localPath) const
         CORVID_REQUIRES(mutex_);
@@ -136,12 +115,12 @@ private:
     std::condition_variable questionsChanged_;
     VolumeMapping volume_ CORVID_GUARDED_BY(mutex_);
     FinderModel model_ CORVID_GUARDED_BY(mutex_);
-    std::map<Connection, FrontEnd> frontEnds_ CORVID_GUARDED_BY(mutex_);
-    std::deque<Job> jobs_ CORVID_GUARDED_BY(mutex_);
+    std::map<Connection, ReplyQueue> replies_ CORVID_GUARDED_BY(mutex_);
+    JobQueue jobs_ CORVID_GUARDED_BY(mutex_);
+    ShownMenus menus_ CORVID_GUARDED_BY(mutex_);
     std::vector<std::string> watched_ CORVID_GUARDED_BY(mutex_);
     std::vector<BadgeKind> badgeKinds_ CORVID_GUARDED_BY(mutex_);
     std::shared_ptr<FIFinderSync> extension_ CORVID_GUARDED_BY(mutex_);
-    std::uint32_t lastMenu_ CORVID_GUARDED_BY(mutex_) = 0;
     Phase phase_ CORVID_GUARDED_BY(mutex_) = Phase::running;
     bool isHostThere_ CORVID_GUARDED_BY(mutex_) = false;
     bool hasFailed_ CORVID_GUARDED_BY(mutex_) = false;

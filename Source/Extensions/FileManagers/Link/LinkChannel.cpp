@@ -27,7 +27,8 @@ void dropFront(Bytes& bytes, std::size_t& start) {
             bytes.shrink_to_fit();
         }
         start = 0;
-    } else if (start > kKeptCapacity) {
+    } else if (start > kKeptCapacity && start > bytes.size() / 2) {
+        // What stays is moved; less of it than has gone, so that a large frame takes linear time.
         bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(start));
         start = 0;
     }
@@ -75,7 +76,7 @@ std::optional<Message> LinkChannel::next() {
         for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
             length |= std::size_t{in_[inStart_ + i]} << (8 * i);
         }
-        if (length == 0 || length > kMaxFrameSize) {
+        if (length == 0 || length > maxFrameSize_) {
             isBroken_ = true;
             break;
         }

@@ -19,6 +19,9 @@ public:
 
     int fd() const { return socket_.get(); }
 
+    /// A longer frame makes the channel broken; kMaxFrameSize unless told otherwise.
+    void setMaxFrameSize(std::size_t size) { maxFrameSize_ = size; }
+
     /// Reads what is there, at most `kReadSize` bytes, so that a busy peer cannot hold the caller.
     /// False when the peer has hung up or reading failed; what came before can still be taken.
     bool receive();
@@ -42,6 +45,7 @@ private:
     std::size_t inStart_ = 0;
     Bytes out_;
     std::size_t outStart_ = 0;
+    std::size_t maxFrameSize_ = kMaxFrameSize;
     bool isBroken_ = false;
 };
 

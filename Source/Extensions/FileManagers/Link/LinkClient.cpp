@@ -24,8 +24,6 @@ constexpr std::chrono::milliseconds kBeforeListening{100};
 constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// A link that held this long was a good one: the next loss is tried again soon.
 constexpr std::chrono::seconds kGoodTime{10};
-/// An extension that leaves this much unread is told nothing more.
-constexpr std::size_t kMaxUnsent = 2 * kMaxFrameSize;
 
 /// Empties the counter of an eventfd or a timerfd.
 void drain(int fd) {
@@ -80,6 +78,7 @@ void LinkClient::connect() {
     folderEvents_.reset();
     channel_.emplace(std::move(socket));
     awaitsRoom_ = false;
+    isOverrun_ = false;
     await(channel_->fd(), EPOLLIN, true);
     state_ = State::greeting;
     channel_->send(Hello{options_.oldestVersion, options_.newestVersion, options_.frontEnd});
@@ -143,6 +142,9 @@ void LinkClient::dispatch() {
         const std::uint32_t what = events[static_cast<std::size_t>(i)].events;
         if (fd == wakeFd_.get()) {
             drain(fd);
+            if (std::exchange(isOverrun_, false) && channel_) {
+                lose("The extension has not read what it was told.");
+            }
             delegate_.woken();
         } else if (fd == timer_.get()) {
             drain(fd);
@@ -269,7 +271,15 @@ std::uint32_t LinkClient::nextRequest() {
 }
 
 bool LinkClient::send(const Message& message) {
-    if (state_ != State::up || channel_->unsent() > kMaxUnsent || !channel_->send(message)) {
+    if (state_ != State::up) {
+        return false;
+    }
+    if (channel_->unsent() >= kMaxUnsent) {
+        isOverrun_ = true;
+        wake();
+        return false;
+    }
+    if (!channel_->send(message)) {
         return false;
     }
     flush();

@@ -6,6 +6,7 @@
 #include "Platform/Unix/RuntimeFolder.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -51,6 +52,10 @@ public:
     };
     static constexpr std::chrono::seconds kStartPatience{20};
 
+    /// An extension that leaves this much unread is hung up on, and connected to anew. One message
+    /// of kMaxFrameSize may come on top.
+    static constexpr std::size_t kMaxUnsent = 2 * kMaxFrameSize;
+
     /// Nothing happens before open(). `delegate` must outlive this.
     LinkClient(Delegate& delegate, Options options);
 
@@ -70,7 +75,8 @@ public:
     /// A number for a request whose answer shall be known by it; never 0.
     std::uint32_t nextRequest();
     /// Sends `message`. False when the link is not up, the message exceeds a bound, or the
-    /// extension has long not read.
+    /// extension leaves kMaxUnsent unread; then the link is lost at the next dispatch(), for what
+    /// was not sent would be missed.
     bool send(const Message& message);
 
 private:
@@ -99,6 +105,7 @@ private:
     State state_ = State::closed;
     bool mayStart_ = true; ///< the extension has not been started since the link was last lost
     bool awaitsRoom_ = false;
+    bool isOverrun_ = false; ///< the extension leaves too much unread
     std::optional<LinkChannel> channel_;
     std::optional<ExtensionStarter> starter_; ///< until nothing is left of the start
     std::chrono::milliseconds pause_;

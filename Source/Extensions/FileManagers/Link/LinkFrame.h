@@ -27,6 +27,8 @@ inline constexpr char kSocketName[] = "finder-link";
 inline constexpr std::size_t kFrameHeaderSize = 4;
 /// A frame's length field beyond this ends the connection before anything is allocated.
 inline constexpr std::size_t kMaxFrameSize = std::size_t{16} * 1024 * 1024;
+/// The same before the greeting.
+inline constexpr std::size_t kMaxGreetingSize = std::size_t{4} * 1024;
 /// A path, and one name of it, as the kernel bounds them (PATH_MAX, NAME_MAX).
 inline constexpr std::size_t kMaxPathSize = 4096;
 inline constexpr std::size_t kMaxNameSize = 255;
@@ -35,6 +37,8 @@ inline constexpr std::size_t kMaxBatchSize = 4096;
 /// Entries of one menu, all levels together, and how deep they nest.
 inline constexpr std::size_t kMaxMenuItems = 20000;
 inline constexpr std::size_t kMaxMenuDepth = 16;
+/// Folders that one connection may show at a time.
+inline constexpr std::size_t kMaxFoldersShown = 1024;
 /// Badge kinds that an extension may register.
 inline constexpr std::size_t kMaxBadgeKinds = 64;
 

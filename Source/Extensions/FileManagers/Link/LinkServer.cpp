@@ -20,14 +20,23 @@ constexpr std::uint64_t kListenerKey = 0;
 constexpr std::uint64_t kWakeKey = 1;
 constexpr FinderModel::Connection kFirstConnection = 2;
 
-constexpr std::size_t kMaxFrontEnds = 256;
-/// A front end that leaves this much unread is neither read from nor given more.
-constexpr std::size_t kMaxUnsent = std::size_t{256} * 1024;
+/// Connections taken in at a time, and bytes given to one front end at a time, before the others
+/// have their turn.
+constexpr int kMaxAcceptedAtOnce = 64;
+constexpr std::size_t kMaxSentAtOnce = std::size_t{1024} * 1024;
 
 /// News that comes within this time of the last delivery waits for the rest of it, so that badges
 /// answered in a row travel together. The first is never held up.
 constexpr std::chrono::milliseconds kDeliveryPause{4};
 constexpr std::chrono::seconds kRetryPause{1};
+/// Who connects while there is no descriptor for it waits for this time, or until another one goes.
+constexpr std::chrono::milliseconds kAcceptPause{250};
+
+/// Makes an eventfd readable.
+void count(int fd) {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(fd, &one, sizeof one);
+}
 
 /// Tells the front end that `message` was more than the link carries, where it waits for it.
 void refuse(LinkChannel& channel, const Message& message) {
@@ -47,27 +56,32 @@ LinkServer::LinkServer(OwnedFd listener, const VolumeMapping& volume, const Send
       listener_(std::move(listener)), epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), finder_(volume, [this] { wake(); }),
       lastConnection_(kFirstConnection - 1) {
-    await(listener_.get(), kListenerKey, EPOLLIN, true);
-    await(wakeFd_.get(), kWakeKey, EPOLLIN, true);
+    isUsable_ = await(listener_.get(), kListenerKey, EPOLLIN, true) &&
+                await(wakeFd_.get(), kWakeKey, EPOLLIN, true);
 }
 
-void LinkServer::await(int fd, std::uint64_t key, std::uint32_t events, bool isNew) {
+/// False when the system does not watch `fd`.
+bool LinkServer::await(int fd, std::uint64_t key, std::uint32_t events, bool isNew) {
     epoll_event event{};
     event.events = events;
     event.data.u64 = key;
-    ::epoll_ctl(epoll_.get(), isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, fd, &event);
+    return ::epoll_ctl(epoll_.get(), isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, fd, &event) == 0;
 }
 
 void LinkServer::wake() {
     if (!isWoken_.exchange(true)) {
-        const std::uint64_t one = 1;
-        [[maybe_unused]] const ssize_t written = ::write(wakeFd_.get(), &one, sizeof one);
+        count(wakeFd_.get());
     }
 }
 
 void LinkServer::stop() {
+    static_assert(std::atomic<bool>::is_always_lock_free);
+    // What the handler's program was doing must not see that a call in it failed.
+    const int error = errno;
     isStopped_ = true;
-    wake();
+    // Whether another wake is under way cannot be relied on: this may have interrupted it.
+    count(wakeFd_.get());
+    errno = error;
 }
 
 void LinkServer::setProblem(std::string problem) {
@@ -90,8 +104,9 @@ void LinkServer::changeListener() {
         next = std::exchange(nextListener_, OwnedFd());
     }
     if (next) {
-        acceptAll(); // who found the old one while it was there
+        acceptSome(); // who found the old one while it was there
         listener_ = std::move(next);
+        nextAccept_.reset();
         await(listener_.get(), kListenerKey, EPOLLIN, true);
     }
 }
@@ -113,7 +128,7 @@ void LinkServer::run() {
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<std::size_t>(i)];
             if (event.data.u64 == kListenerKey) {
-                acceptAll();
+                acceptSome();
             } else if (event.data.u64 == kWakeKey) {
                 std::uint64_t ignored = 0;
                 [[maybe_unused]] const ssize_t bytes =
@@ -126,6 +141,10 @@ void LinkServer::run() {
             }
         }
         const auto now = clock_.monotonicNow();
+        dropLateGreeters(now);
+        if (nextAccept_ && now >= *nextAccept_) {
+            resumeAccepting();
+        }
         if (hasNews_ && now >= nextDelivery_) {
             // Only now: until here whoever had something new found it noted already, and woke
             // nobody.
@@ -153,8 +172,17 @@ void LinkServer::run() {
 /// Milliseconds until there is something to do that no descriptor announces; -1 for nothing.
 int LinkServer::timeout() const {
     std::optional<std::chrono::steady_clock::time_point> next = nextRetry_;
-    if (hasNews_ && (!next || nextDelivery_ < *next)) {
-        next = nextDelivery_;
+    const auto include = [&next](std::chrono::steady_clock::time_point time) {
+        next = next ? std::min(*next, time) : time;
+    };
+    if (hasNews_) {
+        include(nextDelivery_);
+    }
+    if (nextAccept_) {
+        include(*nextAccept_);
+    }
+    if (!silent_.empty()) {
+        include(frontEnds_.at(*silent_.begin()).greetingDeadline);
     }
     if (!next) {
         return -1;
@@ -164,41 +192,112 @@ int LinkServer::timeout() const {
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000));
 }
 
-void LinkServer::acceptAll() {
-    while (true) {
+void LinkServer::acceptSome() {
+    for (int i = 0; i < kMaxAcceptedAtOnce; ++i) {
         OwnedFd socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!socket) {
+        if (!socket && errno == EAGAIN) {
             return;
         }
-        if (frontEnds_.size() >= kMaxFrontEnds || !isOwnPeer(socket.get())) {
+        if (!socket && errno != EINTR && errno != ECONNABORTED && !makeRoom()) {
+            pauseAccepting();
+            return;
+        }
+        if (!socket || !isOwnPeer(socket.get()) ||
+            (frontEnds_.size() >= kMaxFrontEnds && !makeRoom())) {
             continue;
         }
         const auto connection = ++lastConnection_;
-        const int fd = socket.get();
-        frontEnds_.try_emplace(connection, FrontEnd{LinkChannel(std::move(socket)), {}, EPOLLIN});
-        await(fd, connection, EPOLLIN, true);
+        if (!await(socket.get(), connection, EPOLLIN, true)) {
+            continue;
+        }
+        FrontEnd frontEnd{LinkChannel(std::move(socket)),
+                          {},
+                          EPOLLIN,
+                          clock_.monotonicNow() + options_.greetingTime};
+        frontEnd.channel.setMaxFrameSize(kMaxGreetingSize);
+        frontEnds_.try_emplace(connection, std::move(frontEnd));
+        silent_.insert(connection);
+    }
+}
+
+/// The listener stays ready while nobody can be accepted: it is not looked at meanwhile.
+void LinkServer::pauseAccepting() {
+    await(listener_.get(), kListenerKey, 0, false);
+    nextAccept_ = clock_.monotonicNow() + kAcceptPause;
+}
+
+void LinkServer::resumeAccepting() {
+    await(listener_.get(), kListenerKey, EPOLLIN, false);
+    nextAccept_.reset();
+}
+
+/// Ends the connection that has not greeted for longest. False when all have.
+bool LinkServer::makeRoom() {
+    while (!silent_.empty()) {
+        const auto oldest = frontEnds_.find(*silent_.begin());
+        const FinderModel::Connection connection = oldest->first;
+        // Its greeting may be there, and only not have been read.
+        serve(oldest, EPOLLIN);
+        const auto still = frontEnds_.find(connection);
+        if (still == frontEnds_.end()) {
+            return true;
+        }
+        if (silent_.contains(connection)) {
+            hangUp(still);
+            return true;
+        }
+    }
+    return false;
+}
+
+void LinkServer::dropLateGreeters(std::chrono::steady_clock::time_point now) {
+    while (!silent_.empty()) {
+        const auto oldest = frontEnds_.find(*silent_.begin());
+        if (oldest->second.greetingDeadline > now) {
+            return;
+        }
+        hangUp(oldest);
     }
 }
 
 void LinkServer::serve(FrontEnds::iterator frontEnd, std::uint32_t events) {
     auto& [connection, end] = *frontEnd;
-    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) {
-        const bool isOpen = end.channel.receive();
-        while (auto message = end.channel.next()) {
-            if (!handle(connection, end, std::move(*message))) {
-                end.channel.flush();
-                hangUp(frontEnd);
-                return;
-            }
-        }
-        if (!isOpen || end.channel.isBroken()) {
-            hangUp(frontEnd);
-            return;
-        }
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
+        hangUp(frontEnd);
+        return;
     }
-    if (!deliver(connection, end)) {
+    const bool isOpen = (events & EPOLLIN) == 0 || end.channel.receive();
+    // What was received before the front end stopped reading is handled once it reads again.
+    if ((events & EPOLLOUT) != 0 && !deliver(connection, end)) {
+        hangUp(frontEnd);
+        return;
+    }
+    if (!handleWaiting(frontEnd)) {
+        end.channel.flush();
+        hangUp(frontEnd);
+    } else if (!isOpen) {
         hangUp(frontEnd);
     }
+}
+
+/// Handles what was received, a piece at a time, for as long as the front end takes what it is
+/// told. False when the connection must end.
+bool LinkServer::handleWaiting(FrontEnds::iterator frontEnd) {
+    auto& [connection, end] = *frontEnd;
+    bool hasMore = true;
+    while (hasMore && end.channel.unsent() < kMaxUnsent) {
+        while (hasMore && end.channel.unsent() < kMaxUnsent) {
+            std::optional<Message> message = end.channel.next();
+            hasMore = message.has_value();
+            if (message && !handle(connection, end, std::move(*message))) {
+                return false;
+            }
+        }
+        if (end.channel.isBroken() || !deliver(connection, end)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 /// False when the connection must end.
@@ -232,6 +331,8 @@ bool LinkServer::greet(FinderModel::Connection connection, FrontEnd& frontEnd, c
         return false;
     }
     frontEnd.program = hello.program.empty() ? "unnamed" : hello.program;
+    frontEnd.channel.setMaxFrameSize(kMaxFrameSize);
+    silent_.erase(connection);
     frontEnd.channel.send(Welcome{version, options_.pid, options_.programVersion});
     finder_.connect(connection);
     return true;
@@ -239,24 +340,29 @@ bool LinkServer::greet(FinderModel::Connection connection, FrontEnd& frontEnd, c
 
 /// Sends what the front end takes. False when it is gone.
 bool LinkServer::deliver(FinderModel::Connection connection, FrontEnd& frontEnd) {
-    bool isOpen = true;
+    LinkChannel& channel = frontEnd.channel;
+    // First what it left: with room again it is given more, however much waits.
+    bool isOpen = channel.flush();
     bool hasMore = true;
-    while (isOpen && hasMore && frontEnd.channel.unsent() < kMaxUnsent) {
-        while (hasMore && frontEnd.channel.unsent() < kMaxUnsent) {
+    std::size_t sent = 0;
+    while (isOpen && hasMore && channel.unsent() < kMaxUnsent && sent < kMaxSentAtOnce) {
+        const std::size_t before = channel.unsent();
+        while (hasMore && channel.unsent() < kMaxUnsent) {
             const std::optional<Message> message = finder_.takeMessage(connection);
             hasMore = message.has_value();
-            if (message && !frontEnd.channel.send(*message)) {
-                refuse(frontEnd.channel, *message);
+            if (message && !channel.send(*message)) {
+                refuse(channel, *message);
             }
         }
-        isOpen = frontEnd.channel.flush();
+        sent += channel.unsent() - before;
+        isOpen = channel.flush();
     }
-    const std::size_t unsent = frontEnd.channel.unsent();
+    const std::size_t unsent = channel.unsent();
     const std::uint32_t events =
-        (unsent < kMaxUnsent ? EPOLLIN : 0U) | (unsent > 0 ? EPOLLOUT : 0U);
+        (unsent < kMaxUnsent ? EPOLLIN : 0U) | (unsent > 0 || hasMore ? EPOLLOUT : 0U);
     if (events != frontEnd.awaited) {
         frontEnd.awaited = events;
-        await(frontEnd.channel.fd(), connection, events, false);
+        await(channel.fd(), connection, events, false);
     }
     return isOpen;
 }
@@ -264,7 +370,9 @@ bool LinkServer::deliver(FinderModel::Connection connection, FrontEnd& frontEnd)
 void LinkServer::deliverAll() {
     for (auto frontEnd = frontEnds_.begin(); frontEnd != frontEnds_.end();) {
         const auto current = frontEnd++;
-        if (!deliver(current->first, current->second)) {
+        // Of one that does not read, epoll tells when it does.
+        if (current->second.channel.unsent() < kMaxUnsent &&
+            !deliver(current->first, current->second)) {
             hangUp(current);
         }
     }
@@ -272,7 +380,11 @@ void LinkServer::deliverAll() {
 
 void LinkServer::hangUp(FrontEnds::iterator frontEnd) {
     finder_.disconnect(frontEnd->first);
+    silent_.erase(frontEnd->first);
     frontEnds_.erase(frontEnd);
+    if (nextAccept_) {
+        resumeAccepting();
+    }
 }
 
 StatusReply LinkServer::status(std::uint32_t request) const {

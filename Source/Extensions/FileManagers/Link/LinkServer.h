@@ -8,10 +8,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace corvid::link {
@@ -20,14 +22,26 @@ namespace corvid::link {
 /// sockets and a FinderRole. It wakes up for what happens, and for nothing else.
 class LinkServer {
 public:
+    /// Connections at a time. When there are more, that goes which has not greeted for longest;
+    /// when all have, a new one is hung up on.
+    static constexpr std::size_t kMaxFrontEnds = 256;
+    /// A front end that leaves this much unread is neither read from nor given more, until it
+    /// reads. One message of kMaxFrameSize may come on top.
+    static constexpr std::size_t kMaxUnsent = std::size_t{256} * 1024;
+
     struct Options {
         std::string programVersion;
         std::uint32_t pid = 0;
+        /// Within this time of its connection a front end has to greet.
+        std::chrono::milliseconds greetingTime{5000};
     };
 
     /// Serves `volume` at `listener`, a listening socket. `monitor` and `clock` must outlive this.
     LinkServer(OwnedFd listener, const VolumeMapping& volume, const SendMonitor& monitor,
                const Clock& clock, Options options);
+
+    /// False when the system had no descriptor left for this; then run() must not be called.
+    bool isUsable() const { return isUsable_; }
 
     /// What plays the file manager; owned by this.
     FinderRole& finder() { return finder_; }
@@ -38,7 +52,8 @@ public:
     /// Serves front ends until stop(). The extension is started and stopped by others, through
     /// finder(), before and after.
     void run();
-    /// Makes run() return. Any thread, and a signal handler.
+    /// Makes run() return. Any thread, and a signal handler: it does nothing but what may be done
+    /// there, and leaves `errno` alone.
     void stop();
 
     /// Serves at `listener` from now on; front ends that are connected stay. Any thread.
@@ -54,14 +69,20 @@ private:
         LinkChannel channel;
         std::string program;       ///< empty before the greeting
         std::uint32_t awaited = 0; ///< the events that epoll is set to
+        std::chrono::steady_clock::time_point greetingDeadline;
     };
     using FrontEnds = std::map<FinderModel::Connection, FrontEnd>;
 
     void wake();
-    void await(int fd, std::uint64_t key, std::uint32_t events, bool isNew);
-    void acceptAll();
+    bool await(int fd, std::uint64_t key, std::uint32_t events, bool isNew);
+    void acceptSome();
+    void pauseAccepting();
+    void resumeAccepting();
+    bool makeRoom();
+    void dropLateGreeters(std::chrono::steady_clock::time_point now);
     void changeListener();
     void serve(FrontEnds::iterator frontEnd, std::uint32_t events);
+    bool handleWaiting(FrontEnds::iterator frontEnd);
     bool handle(FinderModel::Connection connection, FrontEnd& frontEnd, Message message);
     bool greet(FinderModel::Connection connection, FrontEnd& frontEnd, const Hello& hello);
     bool deliver(FinderModel::Connection connection, FrontEnd& frontEnd);
@@ -86,10 +107,15 @@ private:
 
     FinderRole finder_;
     FrontEnds frontEnds_;
+    /// Those that have not greeted, oldest first, which is by their deadlines.
+    std::set<FinderModel::Connection> silent_;
+    bool isUsable_ = false;
     FinderModel::Connection lastConnection_ = 0;
     bool hasNews_ = false;
     std::chrono::steady_clock::time_point nextDelivery_{};
     std::optional<std::chrono::steady_clock::time_point> nextRetry_;
+    /// When to accept again after the system had nothing left for it.
+    std::optional<std::chrono::steady_clock::time_point> nextAccept_;
 };
 
 } // namespace corvid::link

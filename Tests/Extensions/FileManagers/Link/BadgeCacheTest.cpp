@@ -79,10 +79,11 @@ protected:
     LinkClient client_;
     BadgeCache cache_;
     std::vector<std::string> redrawn_;
+    std::string loss_;
 
 private:
     void linkUp() override { cache_.linkUp(); }
-    void linkDown(const std::string& /*reason*/) override {}
+    void linkDown(const std::string& reason) override { loss_ = reason; }
     void linkRefused(const std::string& /*reason*/) override {}
     void received(Message message) override {
         if (const auto* const badges = std::get_if<Badges>(&message)) {
@@ -194,6 +195,87 @@ TEST_F(BadgeCacheTest, EachTryWaitsTwiceAsLongAsTheOneBefore) {
     EXPECT_GE(pauses[2], milliseconds(195));
     EXPECT_GE(pauses[3], milliseconds(395));
     EXPECT_LT(pauses[1], milliseconds(4000)) << "soon";
+}
+
+TEST_F(BadgeCacheTest, MoreFoldersThanTheLinkCarriesTakeTurns) {
+    connect();
+    for (std::size_t i = 0; i < kMaxFoldersShown; ++i) {
+        cache_.begin("/v/" + std::to_string(i));
+        extension_.hear<Begin>();
+    }
+    cache_.begin("/v/beyond");
+    cache_.badge("/v/beyond", "a", false);
+    doAll();
+    expectSilence();
+    EXPECT_EQ(cache_.unanswered(), 0U);
+    cache_.end("/v/7");
+    EXPECT_EQ(extension_.hear<End>().folder, "/v/7");
+    EXPECT_EQ(extension_.hear<Begin>().folder, "/v/beyond");
+    doAll();
+    EXPECT_THAT(asked(), ElementsAre("a"));
+    // One that never had room goes unheard.
+    cache_.begin("/v/further");
+    cache_.end("/v/further");
+    expectSilence();
+}
+
+TEST_F(BadgeCacheTest, AFloodOfBadgesThatNobodyAskedForIsBounded) {
+    connect();
+    cache_.begin("/v");
+    extension_.hear<Begin>();
+    Badges badges;
+    badges.folder = "/v";
+    for (std::size_t i = 0; i < BadgeCache::kMaxItemsPushed + 10; ++i) {
+        badges.items.push_back({std::to_string(i), "error", false});
+    }
+    cache_.received(badges);
+    EXPECT_EQ(cache_.known("/v", std::to_string(BadgeCache::kMaxItemsPushed - 1)), "error");
+    EXPECT_EQ(cache_.known("/v", std::to_string(BadgeCache::kMaxItemsPushed)), "");
+    // What is drawn is asked for all the same, and its answer kept.
+    cache_.badge("/v", "drawn", false);
+    doAll();
+    EXPECT_THAT(asked(), ElementsAre("drawn"));
+    tell("/v", "drawn", "synced", true);
+    EXPECT_EQ(cache_.badge("/v", "drawn", false), "synced");
+}
+
+TEST_F(BadgeCacheTest, AnItemThatTheLinkDoesNotCarryHoldsUpNoOther) {
+    connect();
+    cache_.begin("/v");
+    extension_.hear<Begin>();
+    cache_.badge("/v", std::string(kMaxNameSize + 1, 'x'), false);
+    cache_.badge("/v", "..", true);
+    cache_.badge("/v", "a", false);
+    doAll();
+    EXPECT_THAT(asked(), ElementsAre("a"));
+    EXPECT_EQ(cache_.unanswered(), 1U);
+}
+
+TEST_F(BadgeCacheTest, AnExtensionThatDoesNotReadIsHungUpOnAndAskedAnew) {
+    connect();
+    cache_.begin("/v");
+    cache_.badge("/v", "a", false);
+    doAll();
+    std::string path = "/v";
+    for (int i = 0; i < 16; ++i) {
+        path += "/" + std::string(kMaxNameSize - 5, 'x');
+    }
+    MenuRequest request{1, 1, 0, "/v", {}};
+    request.selection.assign(4000, {path, false});
+    std::size_t sent = 0;
+    while (client_.send(request)) {
+        sent += 4000 * path.size();
+    }
+    EXPECT_GE(sent, LinkClient::kMaxUnsent);
+    EXPECT_LE(sent, LinkClient::kMaxUnsent + 2 * kMaxFrameSize);
+    EXPECT_TRUE(client_.isUp());
+    until([this] { return !client_.isUp(); });
+    EXPECT_EQ(loss_, "The extension has not read what it was told.");
+    connect();
+    EXPECT_EQ(extension_.hear<Begin>().folder, "/v");
+    EXPECT_THAT(asked(), ElementsAre("a"));
+    tell("/v", "a", "synced", true);
+    EXPECT_EQ(cache_.badge("/v", "a", false), "synced");
 }
 
 TEST_F(BadgeCacheTest, ItemsOfTheFolderShownLongestAgoGoFirst) {

@@ -3,15 +3,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <map>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace corvid::link {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 constexpr FinderModel::Connection kAnn = 1;
@@ -58,7 +64,7 @@ protected:
     void show(FinderModel::Connection connection, const std::string& folder,
               const std::vector<AskedItem>& items) {
         ASSERT_TRUE(model.begin(connection, folder));
-        ASSERT_TRUE(model.ask(connection, folder, items));
+        ASSERT_THAT(model.ask(connection, folder, items), IsEmpty());
         observe();
     }
 
@@ -118,7 +124,7 @@ TEST_F(FinderModelTest, TellsWhatChangedWhileItWasTold) {
 }
 
 TEST_F(FinderModelTest, RefusesMoreFoldersThanOneMayShow) {
-    for (std::size_t i = 0; i < FinderModel::kMaxFoldersShown; ++i) {
+    for (std::size_t i = 0; i < kMaxFoldersShown; ++i) {
         ASSERT_TRUE(model.begin(kAnn, "/v/" + std::to_string(i)));
     }
     EXPECT_FALSE(model.begin(kAnn, "/v/more"));
@@ -146,9 +152,9 @@ TEST_F(FinderModelTest, AsksOnceForWhatSeveralWaitFor) {
 }
 
 TEST_F(FinderModelTest, RefusesQuestionsAboutAFolderThatIsNotShown) {
-    EXPECT_FALSE(model.ask(kAnn, "/v", {{"a", false}}));
+    EXPECT_THAT(model.ask(kAnn, "/v", {{"a", false}}), ElementsAre("a"));
     show(kBob, "/v", {});
-    EXPECT_FALSE(model.ask(kAnn, "/v", {{"a", false}}));
+    EXPECT_THAT(model.ask(kAnn, "/v", {{"a", false}}), ElementsAre("a"));
     EXPECT_THAT(answer("cloud"), IsEmpty());
 }
 
@@ -367,7 +373,244 @@ TEST_F(FinderModelTest, AnotherVolumeEndsEverything) {
     model.endAll();
     EXPECT_THAT(observe(), UnorderedElementsAre("-/v", "-/v/x"));
     EXPECT_THAT(answer("cloud"), IsEmpty());
-    EXPECT_FALSE(model.ask(kAnn, "/v", {{"a", false}}));
+    EXPECT_THAT(model.ask(kAnn, "/v", {{"a", false}}), ElementsAre("a"));
+}
+
+// Bounds.
+
+std::vector<AskedItem> numbered(std::size_t from, std::size_t to) {
+    std::vector<AskedItem> items;
+    for (std::size_t i = from; i < to; ++i) {
+        items.push_back({std::to_string(i), false});
+    }
+    return items;
+}
+
+/// What the program has taken from the heap and not given back; 0 where a sanitizer has the heap.
+std::size_t heapBytes() {
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TEST_F(FinderModelTest, ABeginAndItsEndThatBothWaitLeaveNothing) {
+    show(kBob, "/v/shown", {{"a", false}});
+    model.begin(kBob, "/v/first");
+    const std::size_t before = heapBytes();
+    for (int i = 0; i < 100'000; ++i) {
+        const std::string folder = "/v/" + std::to_string(i);
+        ASSERT_TRUE(model.begin(kAnn, folder));
+        model.end(kAnn, folder);
+    }
+    EXPECT_EQ(model.rememberedFolders(), 2U);
+    EXPECT_LT(heapBytes(), before + 100'000);
+    model.end(kBob, "/v/shown");
+    EXPECT_THAT(observe(), ElementsAre("+/v/first", "-/v/shown"));
+}
+
+TEST_F(FinderModelTest, NoEndIsDroppedHoweverManyWait) {
+    constexpr std::size_t kShown = kMaxFoldersShown;
+    for (std::size_t i = 0; i < kShown; ++i) {
+        model.begin(kAnn, "/v/" + std::to_string(i));
+    }
+    EXPECT_EQ(observe().size(), kShown);
+    // From here on the host hangs.
+    model.disconnect(kAnn);
+    for (std::size_t round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < kShown; ++i) {
+            model.begin(kBob, "/v/other " + std::to_string(round * kShown + i));
+        }
+        model.disconnect(kBob);
+    }
+    EXPECT_EQ(model.rememberedFolders(), kShown);
+    const std::vector<std::string> told = observe();
+    EXPECT_EQ(told.size(), kShown);
+    EXPECT_THAT(told, Each(StartsWith("-/v/")));
+    EXPECT_EQ(model.rememberedFolders(), 0U);
+}
+
+TEST_F(FinderModelTest, TurnsOfFoldersThatAreGoneLeaveNothing) {
+    const auto cycle = [this] {
+        show(kAnn, "/v/x", {{"a", false}});
+        model.end(kAnn, "/v/x");
+        observe();
+    };
+    cycle();
+    const std::size_t before = heapBytes();
+    for (int i = 0; i < 20'000; ++i) {
+        cycle();
+    }
+    EXPECT_LT(heapBytes(), before + 100'000);
+    EXPECT_FALSE(model.nextQuestion());
+}
+
+TEST_F(FinderModelTest, ItemsBeyondTheBoundAreNotStored) {
+    constexpr std::size_t kBound = FinderModel::kMaxItemsRemembered;
+    constexpr std::size_t kMore = 50'000;
+    show(kAnn, "/v", numbered(0, kBound));
+    EXPECT_EQ(model.ask(kAnn, "/v", numbered(kBound, kBound + kMore)).size(), kMore);
+    EXPECT_THAT(model.ask(kAnn, "/v", numbered(0, 10)), IsEmpty()) << "those are known";
+    // What waits is not looked through for each push.
+    for (std::size_t i = 0; i < kMore; ++i) {
+        model.setBadge("/v/pushed " + std::to_string(i), "error", nullptr);
+    }
+    EXPECT_EQ(model.rememberedItems(), kBound);
+    EXPECT_EQ(model.waitingQuestions(), kBound);
+    EXPECT_EQ(answer("synced").size(), kBound);
+    EXPECT_EQ(news(kAnn).size(), kBound);
+    // Once they are told there is room for others.
+    EXPECT_THAT(model.ask(kAnn, "/v", numbered(kBound, kBound + kMore)), IsEmpty());
+    EXPECT_EQ(answer("synced").size(), kMore);
+    EXPECT_EQ(news(kAnn).size(), kMore);
+    EXPECT_EQ(model.rememberedItems(), kBound);
+}
+
+TEST(FinderModelBounds, AllFoldersTogetherAreBounded) {
+    FinderModel model({100, 250});
+    const auto tellAll = [&model] {
+        while (const auto observation = model.nextObservation()) {
+            model.finish(*observation, SendOutcome::arrived);
+        }
+        while (const auto question = model.nextQuestion()) {
+            model.setBadge(question->path(), "synced", &*question);
+            model.finish(*question, SendOutcome::arrived);
+        }
+        std::size_t told = 0;
+        while (const auto badges = model.takeNews(kAnn)) {
+            told += badges->items.size();
+        }
+        return told;
+    };
+    for (const std::string folder : {"/v/a", "/v/b", "/v/c"}) {
+        model.begin(kAnn, folder);
+    }
+    model.begin(kAnn, "/v/d");
+    EXPECT_THAT(model.ask(kAnn, "/v/a", numbered(0, 100)), IsEmpty());
+    EXPECT_THAT(model.ask(kAnn, "/v/b", numbered(0, 100)), IsEmpty());
+    EXPECT_EQ(model.ask(kAnn, "/v/c", numbered(0, 100)).size(), 50U);
+    EXPECT_EQ(model.rememberedItems(), 250U);
+    EXPECT_EQ(tellAll(), 250U);
+    // Another folder finds room, and takes it from those longest without news.
+    EXPECT_THAT(model.ask(kAnn, "/v/d", numbered(0, 100)), IsEmpty());
+    EXPECT_EQ(model.rememberedItems(), 250U);
+    EXPECT_EQ(tellAll(), 100U);
+    model.disconnect(kAnn);
+    EXPECT_EQ(model.rememberedItems(), 0U);
+    EXPECT_EQ(model.waitingQuestions(), 0U);
+    EXPECT_EQ(model.shownFolders(), 0U);
+}
+
+TEST(FinderModelBounds, NewsThatWasNotTakenIsNotForgotten) {
+    FinderModel model({10, 10});
+    model.begin(kAnn, "/v");
+    for (int i = 0; i < 20; ++i) {
+        model.setBadge("/v/" + std::to_string(i), "error", nullptr);
+    }
+    const auto badges = model.takeNews(kAnn);
+    ASSERT_TRUE(badges);
+    EXPECT_EQ(badges->items.size(), 10U);
+    EXPECT_EQ(badges->items.front(), (ItemBadge{"0", "error", false}));
+    model.setBadge("/v/0", "synced", nullptr);
+    model.setBadge("/v/new", "error", nullptr);
+    EXPECT_EQ(model.rememberedItems(), 10U);
+    EXPECT_EQ(model.takeNews(kAnn)->items.size(), 2U);
+}
+
+/// Whatever three front ends do, and whenever they read: at the end each has been told the badge
+/// that every item has now, and has an answer for each question.
+TEST(FinderModelBounds, EachFrontEndIsToldTheBadgesThatThereAre) {
+    const std::vector<std::string> badges{"synced", "cloud", "error", ""};
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        std::mt19937 random(seed);
+        const auto pick = [&random](std::size_t count) { return random() % count; };
+        FinderModel model({8, 8});
+        std::map<std::string, std::string> truth;
+        std::map<FinderModel::Connection, std::map<std::string, std::string>> told;
+        std::map<FinderModel::Connection, std::set<std::string>> open;
+        std::set<FinderModel::Connection> shows;
+        std::vector<FinderModel::Question> inWork;
+        const auto read = [&](FinderModel::Connection connection) {
+            while (const auto news = model.takeNews(connection)) {
+                for (const ItemBadge& item : news->items) {
+                    told[connection][item.name] = item.badge;
+                    if (item.isAnswer) {
+                        open[connection].erase(item.name);
+                    }
+                }
+            }
+        };
+        const auto observe = [&] {
+            while (const auto observation = model.nextObservation()) {
+                model.finish(*observation, SendOutcome::arrived);
+            }
+        };
+        const auto finish = [&] {
+            const FinderModel::Question question = inWork.front();
+            inWork.erase(inWork.begin());
+            if (!truth[question.item.name].empty()) {
+                model.setBadge(question.path(), truth[question.item.name], &question);
+            }
+            model.finish(question, SendOutcome::arrived);
+        };
+        for (int step = 0; step < 400; ++step) {
+            const auto connection = static_cast<FinderModel::Connection>(1 + pick(3));
+            const std::string name = std::to_string(pick(8));
+            switch (pick(8)) {
+            case 0:
+                if (shows.insert(connection).second) {
+                    model.begin(connection, "/v");
+                }
+                break;
+            case 1:
+                if (pick(4) == 0 && shows.erase(connection) > 0) {
+                    model.end(connection, "/v");
+                    told.erase(connection);
+                    open.erase(connection);
+                }
+                break;
+            case 2:
+            case 3:
+                if (model.ask(connection, "/v", {{name, false}}).empty()) {
+                    open[connection].insert(name);
+                }
+                break;
+            case 4:
+                truth[name] = badges[pick(badges.size())];
+                model.setBadge("/v/" + name, truth[name], nullptr);
+                break;
+            case 5:
+                read(connection);
+                break;
+            case 6:
+                if (auto question = model.nextQuestion()) {
+                    inWork.push_back(*question);
+                }
+                break;
+            default:
+                observe();
+                if (!inWork.empty()) {
+                    finish();
+                }
+            }
+        }
+        observe();
+        for (auto question = model.nextQuestion(); question || !inWork.empty();
+             question = model.nextQuestion()) {
+            if (question) {
+                inWork.push_back(*question);
+            }
+            finish();
+        }
+        for (const FinderModel::Connection connection : shows) {
+            read(connection);
+            EXPECT_THAT(open[connection], IsEmpty()) << "seed " << seed;
+            for (const auto& [name, badge] : told[connection]) {
+                // An item that the host never named a badge for keeps what it had.
+                if (!truth[name].empty()) {
+                    EXPECT_EQ(badge, truth[name]) << "seed " << seed << ", item " << name;
+                }
+            }
+        }
+    }
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "Extensions/FileManagers/Link/FinderRole.h"
 
+#include "Core/Archive/OpaqueObject.h"
 #include "Tests/Extensions/FileManagers/Link/ScriptedExtension.h"
 
 #include <gmock/gmock.h>
@@ -297,6 +298,59 @@ TEST_F(FinderRoleTest, HangsUpOnWhoWantsTooMuchAtOnce) {
     }
     EXPECT_FALSE(isBorne);
     EXPECT_EQ(count, 65U);
+}
+
+TEST_F(FinderRoleTest, MenusThatNobodyTakesAreNotMadeInAdvance) {
+    constexpr std::uint32_t kMenus = 10;
+    addItem("Large")->toolTip = std::string(kMaxFrameSize / 2, 't');
+    start();
+    next<Volume>(kAnn);
+    for (std::uint32_t i = 1; i <= kMenus; ++i) {
+        ASSERT_TRUE(role_.handle(kAnn, menuRequest(i, i)));
+    }
+    EXPECT_EQ(menu(kBob, menuRequest(1)).outcome, MenuOutcome::made) << "another is not held up";
+    EXPECT_EQ(script_.calls.lines().size(), 2U);
+    for (std::uint32_t i = 1; i <= kMenus; ++i) {
+        EXPECT_EQ(next<MenuReply>(kAnn).request, i);
+    }
+    EXPECT_EQ(script_.calls.lines().size(), kMenus + 1);
+}
+
+TEST_F(FinderRoleTest, AMenuThatDoesNotFitIsRefusedAndNotKept) {
+    addItem("Large")->toolTip = std::string(kMaxFrameSize + 1, 't');
+    start();
+    MenuReply reply = menu(kAnn, menuRequest(1));
+    EXPECT_EQ(reply.outcome, MenuOutcome::tooLarge);
+    EXPECT_EQ(click(kAnn, reply.menu, 0), ClickOutcome::unknownMenu);
+    script_.menu = std::make_shared<Menu>();
+    addItem("Deep")->otherFields =
+        fieldsWith(nullptr, "blob", Value::data(Bytes(ShownMenus::kMaxMenuBytes)));
+    reply = menu(kAnn, menuRequest(2));
+    EXPECT_EQ(reply.outcome, MenuOutcome::tooLarge);
+    EXPECT_EQ(click(kAnn, reply.menu, 0), ClickOutcome::unknownMenu);
+    script_.menu = std::make_shared<Menu>();
+    addItem("Small");
+    EXPECT_EQ(menu(kAnn, menuRequest(3)).outcome, MenuOutcome::made);
+}
+
+TEST_F(FinderRoleTest, SelectionsBeyondTheBoundAreRefusedAndTheNextIsServed) {
+    start();
+    script_.hold("menu");
+    role_.handle(kAnn, menuRequest(1));
+    script_.waitUntilHeld();
+    MenuRequest large = menuRequest(2, 2);
+    large.selection.assign(JobQueue::kMaxBytes / 3000,
+                           {"/home/ann/Corvid/" + std::string(2000, 'x'), false});
+    ASSERT_TRUE(role_.handle(kAnn, large));
+    large.request = 3;
+    large.context = 3;
+    ASSERT_TRUE(role_.handle(kAnn, large));
+    const MenuReply refused = next<MenuReply>(kAnn);
+    EXPECT_EQ(refused.request, 3U);
+    EXPECT_EQ(refused.outcome, MenuOutcome::tooLarge);
+    script_.release();
+    EXPECT_EQ(next<MenuReply>(kAnn).request, 1U);
+    EXPECT_EQ(next<MenuReply>(kAnn).request, 2U);
 }
 
 TEST_F(FinderRoleTest, AMenuDoesNotWaitBehindBadges) {

@@ -1,17 +1,10 @@
 // Both ends of the link, over a real socket.
 
-#include "Extensions/FileManagers/Link/BadgeCache.h"
-#include "Extensions/FileManagers/Link/LinkClient.h"
-#include "Extensions/FileManagers/Link/LinkServer.h"
-#include "Platform/Unix/UnixClock.h"
-#include "Tests/Extensions/FileManagers/Link/ScriptedExtension.h"
+#include "Tests/Extensions/FileManagers/Link/LinkEnds.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <poll.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <functional>
@@ -28,107 +21,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-/// A front end that remembers what it was told.
-class FrontEnd : private LinkClient::Delegate {
-public:
-    static constexpr std::chrono::seconds kPatience{60};
-
-    explicit FrontEnd(const RuntimeFolder& folder, std::uint16_t oldest = kOldestVersion,
-                      std::uint16_t newest = kNewestVersion, std::string program = {},
-                      std::chrono::milliseconds firstPause = std::chrono::milliseconds(100))
-        : client(*this, {"test", std::move(program), {}, oldest, newest, folder, firstPause}),
-          cache(client, [this](const std::string&, const std::vector<std::string>& names,
-                               BadgeCache::Change change) {
-              ++redraws;
-              lastChange = change;
-              redrawn.insert(redrawn.end(), names.begin(), names.end());
-          }) {
-        client.open();
-    }
-
-    void until(const std::function<bool()>& isDone) {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
-        while (!isDone()) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
-            pollfd fd{client.fd(), POLLIN, 0};
-            ASSERT_GT(left.count(), 0) << "it did not happen; last loss: " << loss;
-            if (::poll(&fd, 1, static_cast<int>(left.count())) > 0) {
-                client.dispatch();
-            }
-        }
-    }
-    void untilVolume() {
-        until([this] { return !volume.empty(); });
-    }
-
-    LinkClient client;
-    BadgeCache cache;
-    std::string volume;
-    std::string loss;
-    std::string refusal;
-    std::vector<std::string> redrawn;
-    std::map<std::string, std::string> news; ///< by name, the newest
-    int redraws = 0;
-    BadgeCache::Change lastChange{};
-    int ups = 0;
-    std::optional<StatusReply> status;
-    std::optional<Pong> pong;
-
-private:
-    void linkUp() override {
-        ++ups;
-        cache.linkUp();
-    }
-    void linkDown(const std::string& reason) override { loss = reason; }
-    void linkRefused(const std::string& reason) override { refusal = reason; }
-    void received(Message message) override {
-        if (const auto* badges = std::get_if<Badges>(&message)) {
-            cache.received(*badges);
-            for (const ItemBadge& item : badges->items) {
-                news[item.name] = item.badge;
-            }
-        } else if (const auto* place = std::get_if<Volume>(&message)) {
-            volume = place->folder;
-            cache.received(*place);
-        } else if (const auto* reply = std::get_if<StatusReply>(&message)) {
-            status = *reply;
-        } else if (const auto* answer = std::get_if<Pong>(&message)) {
-            pong = *answer;
-        }
-    }
-    void woken() override { cache.woken(); }
-};
-
-/// The extension's end, on a thread of its own.
-class Serving {
-public:
-    Serving(const RuntimeFolder& folder, Script& script)
-        : opened_(folder.open(RuntimeFolder::IfMissing::create)),
-          server_(listenIn(opened_.fd.get()), *VolumeMapping::make("/v"), script.monitor, clock_,
-                  {"1.2", 77}) {
-        server_.finder().start([this, &script] {
-            return std::make_shared<ScriptedExtension>(script, server_.finder());
-        });
-        thread_ = std::thread([this] { server_.run(); });
-    }
-    ~Serving() {
-        server_.stop();
-        thread_.join();
-        server_.finder().stop();
-    }
-    Serving(const Serving&) = delete;
-    Serving& operator=(const Serving&) = delete;
-
-    FinderRole& finder() { return server_.finder(); }
-
-private:
-    RuntimeFolder::Opened opened_;
-    UnixClock clock_;
-    LinkServer server_;
-    std::thread thread_;
-};
 
 class LinkTest : public ::testing::Test {
 protected:
@@ -240,33 +132,6 @@ TEST_F(LinkTest, AFrontEndOfAnotherTimeIsToldToRestart) {
     FrontEnd wide(folder_, 0, kNewestVersion + 5);
     wide.untilVolume();
 }
-
-/// A peer that says what no front end would.
-class RawPeer {
-public:
-    explicit RawPeer(const RuntimeFolder& folder)
-        : opened_(folder.open(RuntimeFolder::IfMissing::fail)),
-          socket_(connectIn(opened_.fd.get())) {}
-    void send(const Bytes& bytes) {
-        ASSERT_EQ(::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
-    }
-    /// Whether the other end hangs up, after whatever it says.
-    bool isHungUpOn() {
-        pollfd fd{socket_.get(), POLLIN, 0};
-        std::array<char, 4096> buffer{};
-        while (::poll(&fd, 1, 60'000) > 0) {
-            if (::recv(socket_.get(), buffer.data(), buffer.size(), 0) <= 0) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-private:
-    RuntimeFolder::Opened opened_;
-    OwnedFd socket_;
-};
 
 TEST_F(LinkTest, HangsUpOnWhatIsNoFrontEnd) {
     Serving serving(folder_, script_);
