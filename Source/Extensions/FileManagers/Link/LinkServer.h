@@ -76,6 +76,7 @@ private:
     void pauseAccepting();
     void resumeAccepting();
     bool makeRoom();
+    bool endIfSilent(FrontEnds::iterator frontEnd);
     void dropLateGreeters(std::chrono::steady_clock::time_point now);
     void serve(FrontEnds::iterator frontEnd, std::uint32_t events);
     bool handleWaiting(FrontEnds::iterator frontEnd);
