@@ -234,16 +234,7 @@ void LinkServer::resumeAccepting() {
 /// Ends the connection that has not greeted for longest. False when all have.
 bool LinkServer::makeRoom() {
     while (!silent_.empty()) {
-        const auto oldest = frontEnds_.find(*silent_.begin());
-        const FinderModel::Connection connection = oldest->first;
-        // Its greeting may be there, and only not have been read.
-        serve(oldest, EPOLLIN);
-        const auto still = frontEnds_.find(connection);
-        if (still == frontEnds_.end()) {
-            return true;
-        }
-        if (silent_.contains(connection)) {
-            hangUp(still);
+        if (endIfSilent(frontEnds_.find(*silent_.begin()))) {
             return true;
         }
     }
@@ -256,8 +247,20 @@ void LinkServer::dropLateGreeters(std::chrono::steady_clock::time_point now) {
         if (oldest->second.greetingDeadline > now) {
             return;
         }
-        hangUp(oldest);
+        endIfSilent(oldest);
     }
+}
+
+/// Ends a connection that has not greeted, unless its greeting is there and only has not been read.
+/// Whether it has ended.
+bool LinkServer::endIfSilent(FrontEnds::iterator frontEnd) {
+    const FinderModel::Connection connection = frontEnd->first;
+    serve(frontEnd, EPOLLIN);
+    const auto still = frontEnds_.find(connection);
+    if (still != frontEnds_.end() && silent_.contains(connection)) {
+        hangUp(still);
+    }
+    return !frontEnds_.contains(connection);
 }
 
 void LinkServer::serve(FrontEnds::iterator frontEnd, std::uint32_t events) {

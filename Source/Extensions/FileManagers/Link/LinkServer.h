@@ -79,6 +79,7 @@ private:
     void pauseAccepting();
     void resumeAccepting();
     bool makeRoom();
+    bool endIfSilent(FrontEnds::iterator frontEnd);
     void dropLateGreeters(std::chrono::steady_clock::time_point now);
     void changeListener();
     void serve(FrontEnds::iterator frontEnd, std::uint32_t events);
