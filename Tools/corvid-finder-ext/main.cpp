@@ -47,10 +47,12 @@ std::atomic<link::LinkServer*> serverToStop{nullptr};
 std::atomic<bool> isToStop{false};
 
 void stopServer(int /*signal*/) {
+    const int error = errno;
     isToStop = true;
     if (link::LinkServer* server = serverToStop) {
         server->stop();
     }
+    errno = error; // it may be looked at where the signal came
 }
 
 void handleSignals() {
@@ -223,7 +225,6 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
     setPlatform(&platform);
     AppReportingService reporting;
     AppReportingService::setSharedReportingService(&reporting);
-    handleSignals();
     const LogSafety logSafety;
     installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler);
 
@@ -262,6 +263,9 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
                                         ": " + std::strerror(errno) + ".");
     }
 
+    // Until here nothing has to be taken down, and what hangs (a volume on a network that does not
+    // answer) would not come to see that it shall stop.
+    handleSignals();
     link::LinkServer server(std::move(listener), volume, monitor, clock,
                             {CORVID_VERSION, static_cast<std::uint32_t>(::getpid())});
     server.setVolumeFixed(isVolumeFixed);
