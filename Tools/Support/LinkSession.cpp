@@ -46,12 +46,12 @@ void LinkSession::open(const Deadline& deadline) {
     if (isOpen) {
         return;
     }
+    if (!client_.isUp() && !loss_.empty()) {
+        throw LinkError(loss_);
+    }
     if (client_.isStarting()) {
         throw LinkError("The extension was started, but has not said in time that it runs. Should "
                         "it not come to run, end corvid-finder-ext.");
-    }
-    if (!client_.isUp() && !loss_.empty()) {
-        throw LinkError(loss_);
     }
     throw LinkError(client_.isUp()
                         ? "The extension runs, but has not said in time what its volume is."

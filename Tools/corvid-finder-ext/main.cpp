@@ -34,9 +34,11 @@
 #include "VolumeChoice.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -49,11 +51,13 @@ std::atomic<link::LinkServer*> serverToStop{nullptr};
 std::atomic<bool> isToStop{false};
 
 void stopServer(int /*signal*/) {
+    const int error = errno;
     ExitDeadline::arm(EXIT_SUCCESS);
     isToStop = true;
     if (link::LinkServer* server = serverToStop) {
         server->stop();
     }
+    errno = error; // it may be looked at where the signal came
 }
 
 void handleSignals() {
@@ -266,7 +270,6 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
     AppReportingService reporting;
     AppReportingService::setSharedReportingService(&reporting);
     ExitDeadline::install();
-    handleSignals();
     const LogSafety logSafety;
     installFatalSignalHandler(CVDDLog::writeQueuedInSignalHandler,
                               {ExitDeadline::armForSignal, ExitDeadline::letGo});
@@ -304,6 +307,9 @@ int run(const std::optional<std::string>& volumeArgument, StartReport& report) {
         return failed(report, linkProblem);
     }
 
+    // Until here nothing has to be taken down, and what hangs (a volume on a network that does not
+    // answer) would not come to see that it shall stop.
+    handleSignals();
     link::LinkServer server(std::move(listener), volume, monitor, clock,
                             {CORVID_VERSION, static_cast<std::uint32_t>(::getpid())});
     if (!server.isUsable()) {

@@ -139,11 +139,14 @@ TEST(FolderListingTest, AProcessEndsWhileADiskDoesNotAnswer) {
     const TemporaryFolder folder;
     EXPECT_EXIT(
         {
-            const HeldCalls held(SYS_getdents64);
-            listItems(folder / "", Listing::all, [](const auto&, const auto&) {});
-            if (held.work() && !held.waitForOne()) {
-                std::abort();
-            }
+            static HeldCalls* held = nullptr; // to the very end
+            std::thread([&] {
+                held = new HeldCalls(SYS_getdents64);
+                listItems(folder / "", Listing::all, [](const auto&, const auto&) {});
+                if (held->work() && !held->waitForOne()) {
+                    std::abort();
+                }
+            }).join();
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "");
