@@ -193,6 +193,18 @@ void run(const std::string& step) {
 } // namespace
 } // namespace corvid
 
+// Its faults are meant: a sanitizer leaves them to the program. The sanitizers look for these
+// names. NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options() {
+    return "handle_segv=0:handle_sigbus=0:handle_abort=0:use_sigaltstack=0";
+}
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+    return "handle_segv=0:handle_sigbus=0:handle_abort=0:use_sigaltstack=0";
+}
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
+
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         corvid::run(argv[i]);
