@@ -233,7 +233,9 @@ PortPresence FakeMessagePortService::presenceOf(std::string_view name) {
     const bool isServed = presence.state == PortPresence::State::served;
     const bool isGone = presence.state == PortPresence::State::gone;
     state_->calls.add("presenceOf " + std::string(name) +
-                      (isServed ? "" : isGone ? " -> gone" : " -> unknown"));
+                      (isServed ? ""
+                       : isGone ? " -> gone"
+                                : " -> unknown"));
     return presence;
 }
 

@@ -162,8 +162,7 @@ MessagePortRef MacMessagePortService::createRemote(std::string_view name) {
 }
 
 PortPresence MacMessagePortService::presenceOf(std::string_view name) {
-    return {createRemote(name) != nullptr ? PortPresence::State::served
-                                          : PortPresence::State::gone,
+    return {createRemote(name) != nullptr ? PortPresence::State::served : PortPresence::State::gone,
             {}};
 }
 

@@ -298,8 +298,7 @@ PortFolder::Connection PortFolder::connect(std::string_view name,
     if (const auto opened = folder(connection.problem)) {
         return connectIn(opened->get());
     }
-    connection.result =
-        connection.problem.empty() ? ConnectResult::absent : ConnectResult::failed;
+    connection.result = connection.problem.empty() ? ConnectResult::absent : ConnectResult::failed;
     return connection;
 }
 
@@ -413,7 +412,8 @@ PortFolder::Listing PortFolder::list(std::string_view prefix) const {
         if (file.front() == '.' || file.front() == '=') {
             continue;
         }
-        const auto name = isHashed(file) ? readSmallFile(folder, nameFileOf(file)) : unescaped(file);
+        const auto name =
+            isHashed(file) ? readSmallFile(folder, nameFileOf(file)) : unescaped(file);
         if (!name && isHashed(file) && !isAbsence(errno)) {
             listing.problem = path_ + "/" + nameFileOf(file) + ": " + std::strerror(errno);
         }
