@@ -136,8 +136,7 @@ void KeyedUnarchiver::chargeText(std::size_t length) {
 
 // --- Keys -------------------------------------------------------------------------------------
 
-// Not inlined: nearly all keys are known, and are told without it.
-[[gnu::noinline]] std::string_view KeyedUnarchiver::keyText(const Item& key) {
+std::string_view KeyedUnarchiver::keyText(const Item& key) {
     if (!key.isString()) {
         refuseAtByte(Code::keyNotString, key.start);
     }
@@ -531,9 +530,7 @@ Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
     return result;
 }
 
-// Not inlined: the usual message has one key, and is read faster without this in the way.
-[[gnu::noinline]] void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary,
-                                                      std::uint64_t uid) {
+void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t uid) {
     const auto refuse = [uid](const String* twin) {
         refuseAtObject(Code::duplicateKey, uid, twin->text);
     };
