@@ -61,8 +61,7 @@ std::string parentOf(const std::string& path) {
 
 HostService::HostService(VolumeMapping mapping, Application& application, MessagePortService& ports,
                          DispatchQueue& callbacks)
-    : mapping_(std::move(mapping)), application_(application), ports_(ports),
-      callbacks_(callbacks),
+    : mapping_(std::move(mapping)), application_(application), ports_(ports), callbacks_(callbacks),
       senders_(
           ports,
           [this](const std::string& portName) {
@@ -72,9 +71,7 @@ HostService::HostService(VolumeMapping mapping, Application& application, Messag
                   }
               });
           },
-          [this](const std::string& text) {
-              callbacks_.async([this, text] { problem(text); });
-          }) {}
+          [this](const std::string& text) { callbacks_.async([this, text] { problem(text); }); }) {}
 
 HostService::~HostService() = default;
 
@@ -122,8 +119,8 @@ void HostService::push(const std::string& path, const std::string& badge, PushTo
     }
     Bytes payload = archivedData(
         Value::dictionary({{"badgeID", Value::string(badge)}, {"path", Value::url(*url)}}));
-    senders_.push(
-        std::make_shared<const PushLane::Push>(PushLane::Push{std::move(item), std::move(payload)}));
+    senders_.push(std::make_shared<const PushLane::Push>(
+        PushLane::Push{std::move(item), std::move(payload)}));
 }
 
 bool HostService::flush(std::chrono::steady_clock::time_point deadline) {

@@ -79,8 +79,8 @@ private:
     std::optional<std::string> localPath(const Value* url);
     /// Nothing when the message unfolds into more text than it can honestly say.
     std::optional<std::vector<std::string>> localPaths(const Value* urls);
-    /// Runs `call`; an exception of any kind becomes a problem, with `what` failed. False when there
-    /// was one.
+    /// Runs `call`; an exception of any kind becomes a problem, with `what` failed. False when
+    /// there was one.
     bool guarded(const char* what, const std::function<void()>& call);
     void failed(const char* what, const char* why) noexcept;
 

@@ -24,8 +24,8 @@ public:
 
     std::size_t size() const { return waiting_.size(); }
 
-    /// Queues `push`, in the place of an older one of the same item. Throws std::bad_alloc, here and
-    /// below, and is unchanged then.
+    /// Queues `push`, in the place of an older one of the same item. Throws std::bad_alloc, here
+    /// and below, and is unchanged then.
     void add(PushRef push);
     /// The oldest; null when none waits.
     PushRef takeFirst();

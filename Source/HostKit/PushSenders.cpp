@@ -29,8 +29,7 @@ void tell(const std::function<void(const std::string&)>& listener,
 
 PushSenders::PushSenders(MessagePortService& service,
                          std::function<void(const std::string&)> onGone,
-                         std::function<void(const std::string&)> onProblem,
-                         std::size_t mostWaiting)
+                         std::function<void(const std::string&)> onProblem, std::size_t mostWaiting)
     : service_(service), onGone_(std::move(onGone)), onProblem_(std::move(onProblem)),
       mostWaiting_(mostWaiting) {
     threads_.reserve(kMostThreads);

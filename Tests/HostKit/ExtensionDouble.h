@@ -51,8 +51,7 @@ public:
     }
     /// Any message; nothing when there was no answer.
     std::optional<Bytes> sendBytes(std::int32_t id, const Bytes& bytes, bool wantsReply) {
-        return sendArchive(id, bytes,
-                           wantsReply ? std::optional(kReplyMode) : std::nullopt);
+        return sendArchive(id, bytes, wantsReply ? std::optional(kReplyMode) : std::nullopt);
     }
     /// True once the host has taken it in: it answers in the order in which it is told.
     bool show(const std::string& item, bool isShown = true) {
@@ -124,8 +123,7 @@ private:
         std::optional<Bytes> reply;
         if (host) {
             constexpr std::chrono::seconds kTimeout(1);
-            status_ =
-                ports_.sendRequest(*host, id, archive, kTimeout, kTimeout, replyMode, &reply);
+            status_ = ports_.sendRequest(*host, id, archive, kTimeout, kTimeout, replyMode, &reply);
         }
         return reply;
     }

@@ -340,16 +340,16 @@ TEST_F(HostServiceTest, selectionThatUnfoldsIsIgnored) {
     // A message of a mebibyte that says a gibibyte.
     const Value item = url("/Volumes/Corvid/" + std::string(1'000'000, 'x'));
     const Value paths = Value::array(std::vector<Value>(1'000, item));
-    EXPECT_EQ(send(kRequestActions,
-                   {{"paths", paths}, {"operatingOnParent", Value::boolean(false)}}),
-              std::nullopt);
+    EXPECT_EQ(
+        send(kRequestActions, {{"paths", paths}, {"operatingOnParent", Value::boolean(false)}}),
+        std::nullopt);
     EXPECT_THAT(application_.takeCalls(),
                 ElementsAre(HasSubstr("about 1000 files unfolds into more than 67108864 bytes")));
     // One item may stand there often.
     const Value often = Value::array(std::vector<Value>(1'000, url("/Volumes/Corvid/a")));
-    EXPECT_NE(send(kRequestActions,
-                   {{"paths", often}, {"operatingOnParent", Value::boolean(false)}}),
-              std::nullopt);
+    EXPECT_NE(
+        send(kRequestActions, {{"paths", often}, {"operatingOnParent", Value::boolean(false)}}),
+        std::nullopt);
 }
 
 TEST_F(HostServiceTest, messagesThatMakeNoSenseAreReported) {

@@ -54,9 +54,8 @@ protected:
 
     /// Serves `port` as an extension that takes what it is sent.
     void serve(const std::string& port) {
-        ports_.serve(port, [this](std::int32_t, std::optional<ByteView> data) {
-            return received(data);
-        });
+        ports_.serve(port,
+                     [this](std::int32_t, std::optional<ByteView> data) { return received(data); });
         EXPECT_EQ(senders_.add(port), PushSenders::Added::isNew);
     }
     Answer received(std::optional<ByteView> data) {
@@ -108,8 +107,7 @@ TEST_F(PushSendersTest, sendsInOrderWithASecondForEachDeadline) {
     ASSERT_TRUE(senders_.waitUntilSent(soon()));
     EXPECT_THAT(received(), ElementsAre(1, 2));
     EXPECT_THAT(log_.lines(),
-                Contains(
-                    "sendRequest ext id=3 bytes=1 send=1000ms receive=1000ms replyMode=none"));
+                Contains("sendRequest ext id=3 bytes=1 send=1000ms receive=1000ms replyMode=none"));
 }
 
 TEST_F(PushSendersTest, onlyTheNewestOfAnItemWaits) {
@@ -120,12 +118,12 @@ TEST_F(PushSendersTest, onlyTheNewestOfAnItemWaits) {
     senders_.push(push("/a", 3));
     senders_.push(push("/b", 4));
     EXPECT_FALSE(senders_.waitUntilSent(std::chrono::steady_clock::now()));
-    ports_.serve("ext", [this](std::int32_t, std::optional<ByteView> data) {
-        return received(data);
-    });
+    ports_.serve("ext",
+                 [this](std::int32_t, std::optional<ByteView> data) { return received(data); });
     endHangs(1);
     ASSERT_TRUE(senders_.waitUntilSent(soon()));
-    EXPECT_THAT(received(), ElementsAre(4, 3)) << "the first failed, and a newer one took its place";
+    EXPECT_THAT(received(), ElementsAre(4, 3))
+        << "the first failed, and a newer one took its place";
 }
 
 TEST_F(PushSendersTest, failedPushIsSentAgain) {
@@ -147,8 +145,8 @@ TEST_F(PushSendersTest, pushesWaitWhileThePortCannotBeReached) {
     ports_.hideRemotes("too many open files");
     senders_.push(push("/a", 1));
     senders_.push(push("/b", 2));
-    EXPECT_FALSE(senders_.waitUntilSent(std::chrono::steady_clock::now() +
-                                        3 * PushSenders::kFirstPause));
+    EXPECT_FALSE(
+        senders_.waitUntilSent(std::chrono::steady_clock::now() + 3 * PushSenders::kFirstPause));
     senders_.push(push("/a", 3));
     ports_.hideRemotes("");
     ASSERT_TRUE(senders_.waitUntilSent(soon()));
@@ -172,9 +170,8 @@ TEST_F(PushSendersTest, portThatCameBackIsNotRemoved) {
     senders_.add("ext");
     senders_.push(push("/a", 1));
     waitUntil([this] { return !gone_.empty(); });
-    ports_.serve("ext", [this](std::int32_t, std::optional<ByteView> data) {
-        return received(data);
-    });
+    ports_.serve("ext",
+                 [this](std::int32_t, std::optional<ByteView> data) { return received(data); });
     EXPECT_EQ(senders_.add("ext"), PushSenders::Added::isKnown);
     EXPECT_FALSE(senders_.removeGone("ext"));
     senders_.push(push("/b", 2));
@@ -241,9 +238,8 @@ TEST_F(PushSendersTest, tooManyThatWaitLoseTheirOldest) {
     EXPECT_THAT(problems_, ElementsAre(::testing::AllOf(HasSubstr("more than 1000 badges wait"),
                                                         HasSubstr("hung"))));
     received_.clear();
-    ports_.serve("hung", [this](std::int32_t, std::optional<ByteView> data) {
-        return received(data);
-    });
+    ports_.serve("hung",
+                 [this](std::int32_t, std::optional<ByteView> data) { return received(data); });
     endHangs(1);
     ASSERT_TRUE(senders_.waitUntilSent(soon()));
     // The first was on its way, failed and was put back; up to 50 more lay in the lively lane.

@@ -103,11 +103,11 @@ public:
     }
 
 private:
-    void countValue() {
-        if (left_.values == 0) {
+    void countValue(std::size_t count = 1) {
+        if (count > left_.values) {
             throw TooLarge{"values", limits_.values};
         }
-        --left_.values;
+        left_.values -= count;
     }
     void countText(std::size_t size) {
         if (size > left_.text) {
@@ -165,21 +165,21 @@ private:
     }
 
     Notation write(const MenuItem& item) {
+        countValue(kMenuItemKeys.size());
         const std::string* attributed = attributedTitle(item);
-        return {{"action", item.action ? Notation(text(item.action->name)) : Notation()},
-                {"alternate", item.isAlternate},
-                {"attributedTitle",
-                 attributed != nullptr ? Notation(text(*attributed)) : Notation()},
-                {"enabled", item.isEnabled},
-                {"hidden", item.isHidden},
-                {"keyEquivalent", text(item.keyEquivalent)},
-                {"mask", item.keyEquivalentModifierMask},
-                {"separator", item.isSeparator},
-                {"state", static_cast<int>(item.state)},
-                {"submenu",
-                 item.submenu != nullptr ? write(Value::menu(item.submenu)) : Notation()},
-                {"tag", item.tag},
-                {"title", text(item.title)}};
+        return {
+            {"action", item.action ? Notation(text(item.action->name)) : Notation()},
+            {"alternate", item.isAlternate},
+            {"attributedTitle", attributed != nullptr ? Notation(text(*attributed)) : Notation()},
+            {"enabled", item.isEnabled},
+            {"hidden", item.isHidden},
+            {"keyEquivalent", text(item.keyEquivalent)},
+            {"mask", item.keyEquivalentModifierMask},
+            {"separator", item.isSeparator},
+            {"state", static_cast<int>(item.state)},
+            {"submenu", item.submenu != nullptr ? write(Value::menu(item.submenu)) : Notation()},
+            {"tag", item.tag},
+            {"title", text(item.title)}};
     }
 
     Notation write(const Menu& menu) {

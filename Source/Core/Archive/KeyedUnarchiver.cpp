@@ -524,14 +524,13 @@ Dictionary KeyedUnarchiver::dictionary(const Fields& fields) {
         const Value& key = object(uid(names, i));
         result.entries.emplace_back(key, object(uid(listed, i)));
     }
-    checkDistinct(result, fields.uid());
+    if (names.count > 1) {
+        checkDistinct(result, fields.uid());
+    }
     return result;
 }
 
 void KeyedUnarchiver::checkDistinct(const Dictionary& dictionary, std::uint64_t uid) {
-    if (dictionary.entries.size() < 2) {
-        return;
-    }
     const auto refuse = [uid](const String* twin) {
         refuseAtObject(Code::duplicateKey, uid, twin->text);
     };

@@ -228,7 +228,6 @@ private:
     const BinaryPropertyList& list_;
     Item objects_{};
     std::size_t memoryLeft_;
-    std::size_t keyTextLeft_;
     std::size_t depth_ = 0;
     FirstMemoryOf<2048> memory_;
     FirstVector<Value> values_{memory_};
@@ -237,6 +236,7 @@ private:
     std::vector<Target> targets_;
     std::forward_list<std::string> wideKeys_;
     FieldList lastFields_;
+    std::size_t keyTextLeft_;            ///< characters of keys that are not known
     std::unique_ptr<LongKeys> longKeys_; ///< null until a dictionary has one
 };
 

@@ -45,8 +45,8 @@ inline constexpr std::size_t kKeyTextAllowance = std::size_t{1} << 20U;
 /// number when it is first met, so that many dictionaries may share it.
 inline constexpr std::size_t kShortKey = 64;
 
-/// The factor of memory for a property list that is no archive and is read for a person to look at: it
-/// has no archive's overhead to draw on, its smallest value is a few bytes.
+/// The factor of memory for a property list that is no archive and is read for a person to look at:
+/// it has no archive's overhead to draw on, its smallest value is a few bytes.
 inline constexpr std::size_t kPlainMemoryFactor = 64;
 
 } // namespace corvid::limits

@@ -63,7 +63,8 @@ public:
         const Ref text = writer.text(name);
         const auto chain = writer.array(1);
         writer.setElement(chain, 0, text);
-        return add(record({{writer.text("$classname"), text}, {writer.text("$classes"), chain.ref}}));
+        return add(
+            record({{writer.text("$classname"), text}, {writer.text("$classes"), chain.ref}}));
     }
     UID object(UID type, std::vector<std::pair<Ref, Ref>> pairs) {
         pairs.emplace_back(classKey_, to(type));
@@ -107,8 +108,8 @@ struct Kind {
     const char* refusal; ///< empty when it is read
 };
 
-constexpr std::size_t kText = 60'000;   // Characters of a long text.
-constexpr std::size_t kMany = 2'000;    // References to one thing.
+constexpr std::size_t kText = 60'000;     // Characters of a long text.
+constexpr std::size_t kMany = 2'000;      // References to one thing.
 constexpr std::size_t kPadding = 100'000; // So that the bound on memory is not what ends it.
 
 std::vector<UID> repeated(UID uid, std::size_t count) {
@@ -119,7 +120,8 @@ Bytes longKeyManyTimes(std::size_t scale) {
     Shape shape;
     const UID key = shape.text(std::string(scale * kText, 'k'));
     return shape.archive(shape.dictionary(shape.classNamed("NSDictionary"),
-                                          repeated(key, scale * kMany), repeated(key, scale * kMany)),
+                                          repeated(key, scale * kMany),
+                                          repeated(key, scale * kMany)),
                          scale * kPadding);
 }
 
@@ -212,10 +214,10 @@ Bytes itemsThatShareASubmenu(std::size_t scale) {
     const Ref words = shape.to(shape.text(std::string(15, 't')));
     std::vector<UID> entries(scale * kMany / 4);
     std::ranges::generate(entries, [&] { return shape.object(itemType, {{title, words}}); });
-    const UID menu = shape.object(shape.classNamed("NSMenu"),
-                                  {{title, words},
-                                   {shape.writer.text("NSMenuItems"),
-                                    shape.to(shape.collection(arrayType, entries))}});
+    const UID menu = shape.object(
+        shape.classNamed("NSMenu"),
+        {{title, words},
+         {shape.writer.text("NSMenuItems"), shape.to(shape.collection(arrayType, entries))}});
     const Ref submenuKey = shape.writer.text("NSSubmenu");
     std::vector<UID> items(scale * kMany / 4);
     std::ranges::generate(items, [&] {
@@ -234,8 +236,8 @@ Bytes menusThatShareTheirItems(std::size_t scale) {
     const UID held = shape.collection(arrayType, entries);
     const Ref itemsKey = shape.writer.text("NSMenuItems");
     std::vector<UID> menus(scale * 200);
-    std::ranges::generate(
-        menus, [&] { return shape.object(menuType, {{itemsKey, shape.to(held)}}); });
+    std::ranges::generate(menus,
+                          [&] { return shape.object(menuType, {{itemsKey, shape.to(held)}}); });
     return shape.archive(shape.collection(arrayType, menus), scale * kPadding);
 }
 

@@ -45,6 +45,13 @@ TEST(PrintableText, EscapesWhatAnEditorOrATerminalWouldActOn) {
     }
 }
 
+TEST(PrintableText, OfLinesKeepsNewlinesTabsAndBackslashes) {
+    EXPECT_EQ(printableLines("-a\tb\\n\n+\x1b[2J\r\n\\ No newline \xFF"),
+              "-a\tb\\n\n+\\x1b[2J\\r\n\\ No newline \\xff");
+    EXPECT_EQ(printableLines(""), "");
+    EXPECT_EQ(printableLines("\n"), "\n");
+}
+
 TEST(PrintableText, AppendsToWhatIsThere) {
     std::string out = "before ";
     appendPrintableText(out, "a\nb");

@@ -159,8 +159,8 @@ TEST_F(Requests, ActionsComeBackInOrderWithTheirTitlesLogged) {
 TEST_F(Requests, EveryOtherAnswerAboutActionsIsAnEmptyList) {
     const std::string unexpected =
         "log 2 <UI> MessagePort: Unexpected request actions response for urls = " + urlsText_ + "!";
-    // A menu in a menu, forty deep, each twice in the one above: small as an archive, without end as
-    // a menu. And one entry with a long title many times.
+    // A menu in a menu, forty deep, each twice in the one above: small as an archive, without end
+    // as a menu. And one entry with a long title many times.
     auto unfolding = entry("innermost", 1, "act:");
     for (int level = 0; level < 40; ++level) {
         auto menu = std::make_shared<Menu>();

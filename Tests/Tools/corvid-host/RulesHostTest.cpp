@@ -212,8 +212,8 @@ TEST_F(RulesHostTest, faultsBeyondTheMostGetNoAnswer) {
     start("badge ** synced\nfault badge hung hang\n");
     std::vector<OwnedFd> hung;
     UnixMessagePortService ports;
-    const auto payload = archivedData(Value::dictionary(
-        {{"url", Value::url(URL::fileURL("/Volumes/Corvid/hung").value())}}));
+    const auto payload = archivedData(
+        Value::dictionary({{"url", Value::url(URL::fileURL("/Volumes/Corvid/hung").value())}}));
     FrameHeader header;
     header.kind = FrameKind::request;
     header.hasData = true;

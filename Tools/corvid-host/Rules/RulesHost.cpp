@@ -106,8 +106,8 @@ std::optional<Fault> RulesHost::faultOf(std::int32_t messageID, std::optional<By
     visitItems(*payload, isBadge ? "url" : "paths", [&](const std::string& item) {
         const Fault* fault =
             options_.rules.fault(isBadge ? FaultyMessage::badge : FaultyMessage::menu, item);
-        const bool isForLater = fault != nullptr && fault->kind == Fault::Kind::exit &&
-                                ++met_[fault] <= fault->count;
+        const bool isForLater =
+            fault != nullptr && fault->kind == Fault::Kind::exit && ++met_[fault] <= fault->count;
         if (fault != nullptr && !isForLater) {
             result = *fault;
         }
