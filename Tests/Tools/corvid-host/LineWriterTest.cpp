@@ -95,9 +95,10 @@ TEST_F(LineWriterTest, endDoesNotWaitForAReaderThatSleeps) {
     const auto start = std::chrono::steady_clock::now();
     writer_.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10 * LineWriter::kLongestEnd);
-    // Lets the thread that was left behind end.
+    // Lets the thread that was left behind end; its descriptor stays open for it.
     close(ends_[0]);
     ends_[0] = -1;
+    ends_[1] = -1;
 }
 
 TEST_F(LineWriterTest, readerThatHasGoneCostsTheLinesOnly) {
