@@ -120,8 +120,7 @@ void sayLogProblem() {
     try {
         const Deadline deadline(kStatusTimeout);
         session.open(deadline);
-        if (const std::string problem = session.status(deadline).logProblem;
-            !problem.empty()) {
+        if (const std::string problem = session.status(deadline).logProblem; !problem.empty()) {
             std::fprintf(stderr, "corvid: %s\n", printableText(problem).c_str());
         }
     } catch (const LinkError&) {

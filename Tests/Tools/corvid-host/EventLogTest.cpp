@@ -18,8 +18,7 @@ namespace {
 constexpr const char* kHostile = "\x1b]0;x\a\x1b[2J\xC2\x9B"
                                  "31m\xC2\x9D"
                                  "0;x\xE2\x80\xAE\xFF\r\x7f";
-constexpr const char* kEscaped =
-    "\\x1b]0;x\\x07\\x1b[2J\\u{9b}31m\\u{9d}0;x\\u{202e}\\xff\\r\\x7f";
+constexpr const char* kEscaped = "\\x1b]0;x\\x07\\x1b[2J\\u{9b}31m\\u{9d}0;x\\u{202e}\\xff\\r\\x7f";
 
 std::string written(bool isJson, const std::function<void(EventLog&)>& say) {
     char* text = nullptr;
