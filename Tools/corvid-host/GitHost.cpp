@@ -34,7 +34,7 @@ constexpr std::chrono::milliseconds kLongestBurst(100);
 constexpr std::chrono::milliseconds kPauseBetweenLooks(500);
 
 /// After a scan that failed, for want of descriptors for example.
-constexpr std::chrono::milliseconds kPauseAfterFailure(1000);
+constexpr std::chrono::milliseconds kPauseAfterFailedScan(1000);
 
 std::string servedFolder(const std::string& named, const std::string& workTree) {
     namespace fs = std::filesystem;
@@ -264,8 +264,8 @@ bool GitHost::waitForWork() {
     Clock::time_point latest;
     int timeout = -1;
     if (std::exchange(mustTryAgain_, false)) {
-        timeout = static_cast<int>(kPauseAfterFailure.count());
-        latest = Clock::now() + kPauseAfterFailure;
+        timeout = static_cast<int>(kPauseAfterFailedScan.count());
+        latest = Clock::now() + kPauseAfterFailedScan;
     }
     while (true) {
         const int ready = poll(sources.data(), sources.size(), timeout);

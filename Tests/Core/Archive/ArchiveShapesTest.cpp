@@ -108,9 +108,9 @@ struct Kind {
     const char* refusal; ///< empty when it is read
 };
 
-constexpr std::size_t kText = 60'000;     // Characters of a long text.
-constexpr std::size_t kMany = 2'000;      // References to one thing.
-constexpr std::size_t kPadding = 100'000; // So that the bound on memory is not what ends it.
+constexpr std::size_t kText = 60'000;            // Characters of a long text.
+constexpr std::size_t kMany = 2'000;             // References to one thing.
+constexpr std::size_t kPaddingOfShape = 100'000; // So that the bound on memory is not what ends it.
 
 std::vector<UID> repeated(UID uid, std::size_t count) {
     return std::vector<UID>(count, uid);
@@ -122,7 +122,7 @@ Bytes longKeyManyTimes(std::size_t scale) {
     return shape.archive(shape.dictionary(shape.classNamed("NSDictionary"),
                                           repeated(key, scale * kMany),
                                           repeated(key, scale * kMany)),
-                         scale * kPadding);
+                         scale * kPaddingOfShape);
 }
 
 Bytes equalKeys(std::size_t scale) {
@@ -131,7 +131,7 @@ Bytes equalKeys(std::size_t scale) {
     std::vector<UID> keys(scale * kMany);
     std::ranges::generate(keys, [&] { return shape.add(text); });
     return shape.archive(shape.dictionary(shape.classNamed("NSDictionary"), keys, keys),
-                         scale * kPadding);
+                         scale * kPaddingOfShape);
 }
 
 // Dictionaries of the same long keys, which differ in their last character only. The keys grow
@@ -147,7 +147,7 @@ Bytes longKeysInManyDictionaries(std::size_t scale, std::size_t keyCount) {
     std::vector<UID> dictionaries(scale * kMany);
     std::ranges::generate(dictionaries, [&] { return shape.dictionary(type, keys, keys); });
     return shape.archive(shape.collection(shape.classNamed("NSArray"), dictionaries),
-                         scale * keyCount * kPadding / 4);
+                         scale * keyCount * kPaddingOfShape / 4);
 }
 
 // Pairs of keys that a person cannot tell apart: the same text composed and decomposed, behind a
@@ -161,7 +161,7 @@ Bytes canonicalTwins(std::size_t scale) {
     std::vector<UID> dictionaries(scale * kMany);
     std::ranges::generate(dictionaries, [&] { return shape.dictionary(type, keys, keys); });
     return shape.archive(shape.collection(shape.classNamed("NSArray"), dictionaries),
-                         scale * kPadding);
+                         scale * kPaddingOfShape);
 }
 
 // Each level holds the one before many times.
@@ -172,7 +172,7 @@ Bytes deepArrays(std::size_t scale) {
     for (std::size_t level = 0; level < 150; ++level) {
         inner = shape.collection(type, repeated(inner, scale * 20));
     }
-    return shape.archive(inner, scale * kPadding);
+    return shape.archive(inner, scale * kPaddingOfShape);
 }
 
 Bytes deepDictionaries(std::size_t scale) {
@@ -186,7 +186,7 @@ Bytes deepDictionaries(std::size_t scale) {
     for (std::size_t level = 0; level < 150; ++level) {
         inner = shape.dictionary(type, keys, repeated(inner, keys.size()));
     }
-    return shape.archive(inner, 2 * scale * kPadding);
+    return shape.archive(inner, 2 * scale * kPaddingOfShape);
 }
 
 // One plist string or data behind many objects.
@@ -196,14 +196,15 @@ Bytes sharedContent(std::size_t scale, bool isData) {
                                : shape.writer.text(std::string(scale * kText / 8, 't'));
     std::vector<UID> objects(scale * kMany);
     std::ranges::generate(objects, [&] { return shape.add(content); });
-    return shape.archive(shape.collection(shape.classNamed("NSArray"), objects), scale * kPadding);
+    return shape.archive(shape.collection(shape.classNamed("NSArray"), objects),
+                         scale * kPaddingOfShape);
 }
 
 Bytes sets(std::size_t scale) {
     Shape shape;
     const UID text = shape.text(std::string(scale * kText, 't'));
     const UID set = shape.collection(shape.classNamed("NSSet"), repeated(text, scale * kMany));
-    return shape.archive(set, scale * kPadding);
+    return shape.archive(set, scale * kPaddingOfShape);
 }
 
 Bytes itemsThatShareASubmenu(std::size_t scale) {
@@ -223,7 +224,7 @@ Bytes itemsThatShareASubmenu(std::size_t scale) {
     std::ranges::generate(items, [&] {
         return shape.object(itemType, {{title, words}, {submenuKey, shape.to(menu)}});
     });
-    return shape.archive(shape.collection(arrayType, items), 2 * scale * kPadding);
+    return shape.archive(shape.collection(arrayType, items), 2 * scale * kPaddingOfShape);
 }
 
 Bytes menusThatShareTheirItems(std::size_t scale) {
@@ -238,7 +239,7 @@ Bytes menusThatShareTheirItems(std::size_t scale) {
     std::vector<UID> menus(scale * 200);
     std::ranges::generate(menus,
                           [&] { return shape.object(menuType, {{itemsKey, shape.to(held)}}); });
-    return shape.archive(shape.collection(arrayType, menus), scale * kPadding);
+    return shape.archive(shape.collection(arrayType, menus), scale * kPaddingOfShape);
 }
 
 // Objects that all are one value of the property list, with as many long keys as an object may
@@ -259,7 +260,7 @@ Bytes sharedRecord(std::size_t scale, const std::string& start) {
     std::vector<UID> objects(scale * kMany / 4);
     std::ranges::generate(objects, [&] { return shape.add(record); });
     return shape.archive(shape.collection(shape.classNamed("NSMutableArray"), objects),
-                         2 * scale * kPadding);
+                         2 * scale * kPaddingOfShape);
 }
 
 Bytes longClassNames(std::size_t scale) {
@@ -276,7 +277,8 @@ Bytes longClassNames(std::size_t scale) {
         const UID type = shape.add(definition);
         objects.push_back(shape.object(type, {}));
     }
-    return shape.archive(shape.collection(shape.classNamed("NSArray"), objects), scale * kPadding);
+    return shape.archive(shape.collection(shape.classNamed("NSArray"), objects),
+                         scale * kPaddingOfShape);
 }
 
 Bytes urlsOfOneLongText(std::size_t scale, bool isBase) {
@@ -292,7 +294,8 @@ Bytes urlsOfOneLongText(std::size_t scale, bool isBase) {
         return isBase ? shape.object(type, {{baseKey, shape.to(whole)}, {textKey, shape.to(name)}})
                       : shape.object(type, {{textKey, shape.to(path)}});
     });
-    return shape.archive(shape.collection(shape.classNamed("NSArray"), urls), scale * kPadding);
+    return shape.archive(shape.collection(shape.classNamed("NSArray"), urls),
+                         scale * kPaddingOfShape);
 }
 
 // Objects of an unknown class that say the same, so that they share what they say.
@@ -309,7 +312,7 @@ Bytes unknownObjectsThatAreAlike(std::size_t scale) {
     std::vector<UID> objects(scale * kMany / 4);
     std::ranges::generate(objects, [&] { return shape.add(record); });
     return shape.archive(shape.collection(shape.classNamed("NSArray"), objects),
-                         4 * scale * kPadding);
+                         4 * scale * kPaddingOfShape);
 }
 
 Bytes xmlOfManyStrings(std::size_t scale) {

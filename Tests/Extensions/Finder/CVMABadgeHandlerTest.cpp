@@ -55,6 +55,7 @@ public:
     explicit AskingPorts(FakeMessagePortService& fake) : fake_(fake) {}
 
     MessagePortRef createRemote(std::string_view name) override { return fake_.createRemote(name); }
+    PortPresence presenceOf(std::string_view name) override { return fake_.presenceOf(name); }
     SendStatus sendRequest(MessagePort& remote, std::int32_t messageID, ByteView data,
                            std::chrono::milliseconds sendTimeout,
                            std::chrono::milliseconds receiveTimeout,

@@ -138,6 +138,7 @@ TEST_F(StartUpAndTeardown, LoggersGoAfterTheServiceAndOnlyWithAManager) {
         explicit NotingLogger(CallLog& log) : log_(log) {}
         void logMessage(std::string_view, std::int32_t) override {}
         void flush() override { log_.add("loggers are removed"); }
+        std::string problem() const override { return {}; }
         void writeQueuedInSignalHandler() noexcept override {}
 
     private:

@@ -143,7 +143,8 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
     std::size_t next = at + 1;
     const bool isNegated = next < text.size() && (text[next] == '!' || text[next] == '^');
     next += isNegated ? 1 : 0;
-    std::optional<char> previous;
+    // Where a range may begin: the byte before, or nothing.
+    std::optional<std::size_t> previous;
     // A "]" that comes first stands for itself.
     for (bool isFirst = true; isFirst || next >= text.size() || text[next] != ']';
          isFirst = false) {
@@ -159,7 +160,7 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 }
                 c = text[next];
             }
-            for (std::size_t in = index(*previous); in <= index(c); ++in) {
+            for (std::size_t in = *previous; in <= index(c); ++in) {
                 step.set.set(in);
             }
             previous.reset();
@@ -178,7 +179,7 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 previous.reset();
             } else {
                 step.set.set(index('['));
-                previous = '[';
+                previous = index('[');
             }
         } else {
             if (c == '\\') {
@@ -188,7 +189,7 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 c = text[next];
             }
             step.set.set(index(c));
-            previous = c;
+            previous = index(c);
         }
         ++next;
     }

@@ -32,7 +32,7 @@ namespace {
 constexpr std::chrono::seconds kPatience(5);
 constexpr std::string_view kGarbage = "this is no archive";
 constexpr int kExitStatus = 3;
-constexpr std::chrono::milliseconds kPauseAfterFailure(10);
+constexpr std::chrono::milliseconds kPauseAfterFailedAccept(10);
 
 Bytes frameOf(const FrameHeader& request, const std::optional<Bytes>& data) {
     FrameHeader header;
@@ -108,7 +108,7 @@ private:
                 accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
             if (!connection) {
                 // Without descriptors: not as fast as the processor can.
-                wait(-1, 0, kPauseAfterFailure);
+                wait(-1, 0, kPauseAfterFailedAccept);
                 continue;
             }
             try {
