@@ -41,9 +41,9 @@ namespace {
 
 using namespace corvid::hostkit;
 
-constexpr std::array<const char*, 8> kBadges = {"cloud", "inProgress",   "checkedOut",
-                                                "finishedTransfer", "error", "accessDenied",
-                                                "synced", "syncedpartial"};
+constexpr std::array<const char*, 8> kBadges = {
+    "cloud", "inProgress",   "checkedOut", "finishedTransfer",
+    "error", "accessDenied", "synced",     "syncedpartial"};
 /// Just below what a menu may have.
 constexpr std::size_t kManyEntries = 19'000;
 constexpr std::string_view kNameWithManyEntries = "many-entries";
