@@ -1,5 +1,5 @@
-"""What is done to the programs: one function a kind. Each brings its disturbance about, lets it last
-for the step's time, and takes it away again whatever happens; what it returns is written down."""
+"""What is done to the programs: one function a kind. Each brings its disturbance about, lets it
+last for the step's time, and takes it away again whatever happens; what it returns is written down."""
 
 import os
 import random
@@ -497,8 +497,8 @@ def a_front_end_that_begins_and_ends_folders(storm, step, generator):
 
 @disturbance(1, None, 1, 4)
 def a_front_end_that_asks_for_more_than_is_remembered(storm, step, generator):
-    """And goes before all is answered. In a folder of its own: folders take turns, and so it holds up
-    nobody else."""
+    """And goes before all is answered. In a folder of its own: folders take turns, and so it holds
+    up nobody else."""
     connection = connected(storm)
     if connection is None:
         return "nobody there"
