@@ -37,7 +37,7 @@ STEP_LIMIT = 120
 # What is promised: a program ends within five seconds, whatever hangs.
 END_LIMIT = 5
 # Beyond what it had before the storm: what the allocator keeps of a time with much to do.
-MEMORY_GROWTH = 64  # MiB
+MEMORY_GROWTH = 128  # MiB
 # Threads that a host keeps for its pushes once there were many at a time (PushSenders.h).
 THREADS_KEPT = {"extension": 0, "host": 16}
 MEMORY_AT_MOST = 384  # MiB, at any time
