@@ -1,5 +1,5 @@
-"""What is done to the programs: one function a kind. Each brings its disturbance about, lets it last
-for the step's time, and takes it away again whatever happens; what it returns is written down."""
+"""What is done to the programs: one function a kind. Each brings its disturbance about, lets it
+last for the step's time, and takes it away again whatever happens; what it returns is written down."""
 
 import os
 import random
@@ -497,7 +497,8 @@ def a_front_end_that_begins_and_ends_folders(storm, step, generator):
 
 @disturbance(1, None, 1, 4)
 def a_front_end_that_asks_for_more_than_is_remembered(storm, step, generator):
-    """And goes before all is answered."""
+    """And goes before all is answered. In a folder of its own: folders take turns, and so it holds
+    up nobody else."""
     connection = connected(storm)
     if connection is None:
         return "nobody there"
@@ -505,7 +506,7 @@ def a_front_end_that_asks_for_more_than_is_remembered(storm, step, generator):
     with connection:
         try:
             volume = connection.greet(ANSWER_LIMIT)
-            folder = volume + b"/" + names.HUGE
+            folder = volume + b"/" + names.HUGE + b"/%d" % step.seed
             connection.say(link.begin(folder))
             connection.socket.settimeout(2)
             for batch in range(55):

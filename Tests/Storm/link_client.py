@@ -80,7 +80,7 @@ def badges(fields):
 
 
 def menu_reply(fields):
-    """(request, outcome, menu, the numbers of the entries to click on, the number of all entries)"""
+    """(request, outcome, menu, the numbers of the entries to click on, how many there are)"""
     reader = Fields(fields)
     request, outcome, menu = reader.number("I"), reader.number("B"), reader.number("I")
     reader.text()

@@ -1,4 +1,4 @@
-"""What is on the volume: folders with names that people really give, and names that nobody should."""
+"""What is on the volume: names that people really give, and names that nobody should."""
 
 import os
 import unicodedata

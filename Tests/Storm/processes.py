@@ -22,7 +22,7 @@ known = set()
 
 
 def become_reaper():
-    """Whoever loses its parent becomes a child of this process, so that its end can be looked at."""
+    """Who loses its parent becomes a child of this process, so that its end can be looked at."""
     ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
 
 
@@ -40,7 +40,7 @@ def describe(status):
 
 
 def ended_orphans():
-    """(process, what it was, its status) of each child that nobody here knows and that has ended."""
+    """(process, what it was, its status) of each child that nobody here knows and that ended."""
     found = []
     with starting:
         for child in children_of(os.getpid()):
@@ -172,8 +172,8 @@ def event_in(line):
 
 
 class Program(Running):
-    """One that is started here. Each event that it prints is given to `on_event`, on a thread of its
-    own. What it says otherwise, and on standard error, is kept in a file of `folder`."""
+    """One that is started here. Each event that it prints is given to `on_event`, on a thread of
+    its own. What it says otherwise, and on standard error, is kept in a file of `folder`."""
 
     count = 0
 
