@@ -143,8 +143,10 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
     std::size_t next = at + 1;
     const bool isNegated = next < text.size() && (text[next] == '!' || text[next] == '^');
     next += isNegated ? 1 : 0;
-    // Where a range may begin: the byte before, or nothing.
-    std::optional<std::size_t> previous;
+    // Where a range may begin, if it may: at the byte before. (Not an optional, which g++ 12 takes
+    // for uninitialised.)
+    bool mayBeRange = false;
+    std::size_t previous = 0;
     // A "]" that comes first stands for itself.
     for (bool isFirst = true; isFirst || next >= text.size() || text[next] != ']';
          isFirst = false) {
@@ -152,7 +154,7 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
             return false;
         }
         char c = text[next];
-        if (c == '-' && previous && next + 1 < text.size() && text[next + 1] != ']') {
+        if (c == '-' && mayBeRange && next + 1 < text.size() && text[next + 1] != ']') {
             c = text[++next];
             if (c == '\\') {
                 if (++next >= text.size()) {
@@ -160,10 +162,10 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 }
                 c = text[next];
             }
-            for (std::size_t in = *previous; in <= index(c); ++in) {
+            for (std::size_t in = previous; in <= index(c); ++in) {
                 step.set.set(in);
             }
-            previous.reset();
+            mayBeRange = false;
         } else if (text.substr(next).starts_with("[:")) {
             const std::size_t end = text.find(']', next + 2);
             if (end == std::string_view::npos) {
@@ -176,9 +178,10 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 }
                 step.set |= *named;
                 next = end;
-                previous.reset();
+                mayBeRange = false;
             } else {
                 step.set.set(index('['));
+                mayBeRange = true;
                 previous = index('[');
             }
         } else {
@@ -189,6 +192,7 @@ bool IgnoreRules::addSet(Pattern& pattern, std::string_view text, std::size_t& a
                 c = text[next];
             }
             step.set.set(index(c));
+            mayBeRange = true;
             previous = index(c);
         }
         ++next;
