@@ -66,6 +66,19 @@ class RuntimeFolder(unittest.TestCase):
         self.assertEqual(self.extension.end(), 0)
         self.assertEqual(sorted(path.name for path in self.folder.rglob("*")), ["ports"])
 
+    def test_port_of_a_host_with_rules(self):
+        self.host.end()
+        rules = self.world.scratch / "rules"
+        rules.write_text("badge ** error\n", encoding="utf-8")
+        self.host = self.world.start("corvid-host", "rules", rules, self.world.volume, "--json")
+        self.host.wait_for("serving")
+        self.await_badges("error")
+        (self.folder / "ports" / HOST).unlink()
+        self.await_badges("error")
+        remove(self.folder)
+        self.await_badges("error")
+        self.assertEqual(self.host.end(), 0)
+
     def without_descriptors(self, program, act):
         """Does something while the program can open nothing, and has it look at the folder."""
         pid = program.process.pid

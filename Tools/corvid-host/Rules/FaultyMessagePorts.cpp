@@ -53,15 +53,37 @@ Bytes frameOf(const FrameHeader& request, const std::optional<Bytes>& data) {
 } // namespace
 
 /// A port with a thread that accepts, and one more for each message with a fault.
-class FaultyMessagePorts::LocalPort final : public MessagePort {
+class FaultyMessagePorts::LocalPort final : public MessagePort, public NameHolder {
 public:
     LocalPort(std::string name, PortFolder::Listener listener, MessagePortCallback callback,
               const FaultOf& faultOf)
-        : name_(std::move(name)), listener_(std::move(listener)), callback_(std::move(callback)),
-          faultOf_(faultOf), stop_(eventfd(0, EFD_CLOEXEC)) {}
+        : name_(std::move(name)), place_(placeOf(listener)), listener_(std::move(listener)),
+          callback_(std::move(callback)), faultOf_(faultOf), stop_(eventfd(0, EFD_CLOEXEC)),
+          listenerChanged_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
     ~LocalPort() override { invalidate(); }
 
     const std::string& name() const override { return name_; }
+
+    std::string keepName(PortFolder& folder) override {
+        const MutexLock lock(mutex_);
+        if (!isOpen_ || (place_ && folder.leadsTo(*place_))) {
+            return {};
+        }
+        PortFolder::Taken taken = folder.tryToTake(name_);
+        if (taken.listener) {
+            place_ = placeOf(*taken.listener);
+            changeListener(std::move(*taken.listener));
+            return {};
+        }
+        if (!taken.isAnothers) {
+            return taken.problem;
+        }
+        if (std::exchange(place_, std::nullopt)) {
+            changeListener({});
+        }
+        return "the socket of the port " + name_ + " was removed, and process " +
+               std::to_string(taken.owner) + " has taken its name since; end one of the two";
+    }
 
     void start(DispatchQueue& queue) {
         queue_ = &queue;
@@ -69,24 +91,64 @@ public:
     }
 
     void invalidate() {
-        if (!std::exchange(isOpen_, false)) {
-            return;
+        {
+            const MutexLock lock(mutex_);
+            if (!std::exchange(isOpen_, false)) {
+                return;
+            }
         }
-        const std::uint64_t one = 1;
-        [[maybe_unused]] const ssize_t written = write(stop_.get(), &one, sizeof one);
+        ring(stop_);
         if (thread_.joinable()) {
             thread_.join();
         }
-        {
-            MutexLock lock(mutex_);
-            while (faultCount_ > 0) {
-                lock.wait(faultEnded_);
-            }
+        MutexLock lock(mutex_);
+        while (faultCount_ > 0) {
+            lock.wait(faultEnded_);
         }
         PortFolder::release(listener_);
+        if (nextListener_) {
+            PortFolder::release(*nextListener_);
+        }
     }
 
 private:
+    static PortFolder::Place placeOf(const PortFolder::Listener& listener) {
+        return {listener.file, listener.inode, listener.device};
+    }
+
+    static void ring(const OwnedFd& bell) {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = write(bell.get(), &one, sizeof one);
+    }
+
+    /// Has the accepting thread go on at `listener`, or at none.
+    void changeListener(PortFolder::Listener listener) CORVID_REQUIRES(mutex_) {
+        if (nextListener_) {
+            PortFolder::release(*nextListener_);
+        }
+        nextListener_ = std::move(listener);
+        ring(listenerChanged_);
+    }
+
+    void takeNextListener() {
+        std::uint64_t ignored = 0;
+        [[maybe_unused]] const ssize_t bytes =
+            read(listenerChanged_.get(), &ignored, sizeof ignored);
+        std::optional<PortFolder::Listener> next;
+        {
+            const MutexLock lock(mutex_);
+            next = std::exchange(nextListener_, std::nullopt);
+        }
+        if (next) {
+            // Those who still wait at the old socket come first. With no new one, another process
+            // has the name, and they are not answered.
+            while (next->fd && acceptOne()) {
+            }
+            PortFolder::release(listener_);
+            listener_ = std::move(*next);
+        }
+    }
+
     /// Waits for `events` of `descriptor`; false when the time is over or the port is.
     bool wait(int descriptor, short events, std::chrono::milliseconds time) const {
         std::array<pollfd, 2> sources{{{stop_.get(), POLLIN, 0}, {descriptor, events, 0}}};
@@ -101,22 +163,32 @@ private:
 
     void run() {
         while (!isStopped()) {
-            std::array<pollfd, 2> sources{
-                {{stop_.get(), POLLIN, 0}, {listener_.fd.get(), POLLIN, 0}}};
+            std::array<pollfd, 3> sources{{{stop_.get(), POLLIN, 0},
+                                           {listenerChanged_.get(), POLLIN, 0},
+                                           {listener_.fd ? listener_.fd.get() : -1, POLLIN, 0}}};
             poll(sources.data(), sources.size(), -1);
-            OwnedFd connection(
-                accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-            if (!connection) {
+            if (sources[1].revents != 0) {
+                takeNextListener();
+            } else if (sources[2].revents != 0 && !acceptOne()) {
                 // Without descriptors: not as fast as the processor can.
                 wait(-1, 0, kPauseAfterFailedAccept);
-                continue;
-            }
-            try {
-                serve(std::move(connection));
-            } catch (...) {
-                // No memory or no thread: the message gets no answer, and the next may get one.
             }
         }
+    }
+
+    /// False when nobody waits, or nobody can be accepted.
+    bool acceptOne() {
+        OwnedFd connection(
+            accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!connection) {
+            return false;
+        }
+        try {
+            serve(std::move(connection));
+        } catch (...) {
+            // No memory or no thread: the message gets no answer, and the next may get one.
+        }
+        return true;
     }
 
     void serve(OwnedFd connection) {
@@ -250,14 +322,19 @@ private:
     }
 
     const std::string name_;
-    PortFolder::Listener listener_;
+    Mutex mutex_;
+    /// Where the name of `listener_`, or of the next one, leads; nothing while another process has
+    /// it.
+    std::optional<PortFolder::Place> place_ CORVID_GUARDED_BY(mutex_);
+    std::optional<PortFolder::Listener> nextListener_ CORVID_GUARDED_BY(mutex_);
+    PortFolder::Listener listener_; ///< the accepting thread's
     const MessagePortCallback callback_;
     const FaultOf& faultOf_;
     const OwnedFd stop_;
+    const OwnedFd listenerChanged_;
     DispatchQueue* queue_ = nullptr;
-    bool isOpen_ = true;
+    bool isOpen_ CORVID_GUARDED_BY(mutex_) = true;
     std::thread thread_;
-    Mutex mutex_;
     std::condition_variable faultEnded_;
     std::size_t faultCount_ CORVID_GUARDED_BY(mutex_) = 0;
 };
@@ -285,8 +362,10 @@ MessagePortRef FaultyMessagePorts::createLocal(std::string_view name,
     if (!listener) {
         return nullptr;
     }
-    return std::make_shared<LocalPort>(std::string(name), std::move(*listener), std::move(callback),
-                                       faultOf_);
+    auto port = std::make_shared<LocalPort>(std::string(name), std::move(*listener),
+                                            std::move(callback), faultOf_);
+    real_.portFolder().addHolder(port);
+    return port;
 }
 
 void FaultyMessagePorts::setDispatchQueue(MessagePort& local, DispatchQueue& queue) {

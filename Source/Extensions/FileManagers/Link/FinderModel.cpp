@@ -105,6 +105,20 @@ void FinderModel::removeViewer(Entry& entry, Connection connection) {
         folder.waiting.clear();
         leave(turns_, folder.amongTurns);
         settle(entry);
+        return;
+    }
+    // Whoever still shows the folder must not wait behind questions that nobody asks any more.
+    std::erase_if(folder.waiting, [&](FolderItems::Node* node) {
+        const bool isUnwanted = folder.items.isUnwanted(*node);
+        if (isUnwanted) {
+            folder.items.forget(*node);
+            --waitingCount_;
+            --itemCount_;
+        }
+        return isUnwanted;
+    });
+    if (folder.waiting.empty()) {
+        leave(turns_, folder.amongTurns);
     }
 }
 

@@ -37,6 +37,14 @@ bool FolderItems::forgetOne() {
     return false;
 }
 
+bool FolderItems::isUnwanted(const Node& node) const {
+    const Item& item = node.second;
+    return item.noted == 0 && !item.wasUnlinked &&
+           std::ranges::none_of(item.askers, [this](const Item::Asker& asker) {
+               return asker.isOpen && isReader(asker.reader);
+           });
+}
+
 void FolderItems::clear() {
     items_.clear();
     oldest_ = nullptr;

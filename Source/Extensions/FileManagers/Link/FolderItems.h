@@ -69,6 +69,11 @@ public:
     /// Forgets the item that is idle and had its last news longest ago, unless somebody has not
     /// been told of it. False when there is none. Takes constant time, a few calls together.
     bool forgetOne();
+    /// True when nobody who reads waits for an answer about the item, and nobody was ever told
+    /// anything about it.
+    bool isUnwanted(const Node& node) const;
+    /// Forgets an item that is unwanted.
+    void forget(Node& node) { items_.erase(items_.find(node.first)); }
     /// Forgets all. Nobody reads.
     void clear();
 

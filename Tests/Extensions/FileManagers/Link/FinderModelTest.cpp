@@ -167,14 +167,6 @@ TEST_F(FinderModelTest, DropsQuestionsOfAFolderThatNobodyShowsAnyMore) {
     EXPECT_THAT(answer("cloud"), ElementsAre("/v/x/c"));
 }
 
-TEST_F(FinderModelTest, KeepsQuestionsWhileSomebodyElseShowsTheFolder) {
-    show(kAnn, "/v", {{"a", false}});
-    show(kBob, "/v", {});
-    model.disconnect(kAnn);
-    EXPECT_THAT(answer("cloud"), ElementsAre("/v/a"));
-    EXPECT_THAT(news(kBob), ElementsAre("a=cloud"));
-}
-
 TEST_F(FinderModelTest, AsksForNothingBeforeTheFolderWasBegun) {
     model.begin(kAnn, "/v");
     model.ask(kAnn, "/v", {{"a", false}});
@@ -405,6 +397,24 @@ TEST_F(FinderModelTest, ABeginAndItsEndThatBothWaitLeaveNothing) {
     EXPECT_LT(heapBytes(), before + 100'000);
     model.end(kBob, "/v/shown");
     EXPECT_THAT(observe(), ElementsAre("+/v/first", "-/v/shown"));
+}
+
+TEST_F(FinderModelTest, QuestionsOfOneWhoHasGoneAreNotAskedForAnother) {
+    show(kAnn, "/v", {{"a", false}, {"b", false}, {"c", false}});
+    ASSERT_TRUE(model.begin(kBob, "/v"));
+    model.ask(kBob, "/v", {{"b", false}, {"d", false}});
+    model.setBadge("/v/c", "synced", nullptr);
+    model.disconnect(kAnn);
+    // Bob is told of "c", so its badge has to stay true.
+    EXPECT_EQ(model.waitingQuestions(), 3U);
+    EXPECT_THAT(answer("synced"), UnorderedElementsAre("/v/b", "/v/c", "/v/d"));
+    EXPECT_THAT(news(kBob), UnorderedElementsAre("b=synced!", "c=synced", "d=synced!"));
+    model.ask(kBob, "/v", {{"a", false}});
+    EXPECT_THAT(answer("error"), ElementsAre("/v/a"));
+    EXPECT_THAT(news(kBob), ElementsAre("a=error!"));
+    model.ask(kBob, "/v", {{"e", false}});
+    model.end(kBob, "/v");
+    EXPECT_THAT(answer("error"), IsEmpty());
 }
 
 TEST_F(FinderModelTest, NoEndIsDroppedHoweverManyWait) {
