@@ -3,6 +3,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -33,11 +34,23 @@ HeldCalls::HeldCalls(int number) {
                                                    SECCOMP_FILTER_FLAG_NEW_LISTENER, &filter)));
 }
 
-bool HeldCalls::waitForOne() const {
+HeldCalls::~HeldCalls() {
+    for (const pid_t caller : callers_) {
+        if (::syscall(SYS_tgkill, ::getpid(), caller, 0) != 0) {
+            ::kill(caller, SIGKILL);
+        }
+    }
+}
+
+bool HeldCalls::waitForOne() {
     pollfd entry{listener_.get(), POLLIN, 0};
     seccomp_notif call{};
-    return ::poll(&entry, 1, kMinuteInMilliseconds) == 1 &&
-           ::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &call) == 0;
+    const bool isHeld = ::poll(&entry, 1, kMinuteInMilliseconds) == 1 &&
+                        ::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &call) == 0;
+    if (isHeld) {
+        callers_.push_back(static_cast<pid_t>(call.pid));
+    }
+    return isHeld;
 }
 
 } // namespace corvid

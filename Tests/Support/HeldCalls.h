@@ -2,6 +2,10 @@
 
 #include "Platform/Unix/OwnedFd.h"
 
+#include <sys/types.h>
+
+#include <vector>
+
 namespace corvid {
 
 /// System calls that hang, as they do on a disk or a network that does not answer. Linux.
@@ -13,14 +17,20 @@ class HeldCalls {
 public:
     /// `number` is one of SYS_ in <sys/syscall.h>.
     explicit HeldCalls(int number);
+    /// Ends the processes whose calls waitForOne() has seen: each holds a copy of what holds it up,
+    /// and would wait for itself for ever.
+    ~HeldCalls();
+    HeldCalls(const HeldCalls&) = delete;
+    HeldCalls& operator=(const HeldCalls&) = delete;
 
     /// False where the system has no such thing; then no call is held.
     bool work() const { return static_cast<bool>(listener_); }
     /// Waits until one more call is being held; false when none came for a minute.
-    bool waitForOne() const;
+    bool waitForOne();
 
 private:
     OwnedFd listener_;
+    std::vector<pid_t> callers_; ///< threads of this process too
 };
 
 } // namespace corvid

@@ -165,7 +165,7 @@ TEST_F(ExtensionStartTest, AProgramOnADiskThatDoesNotAnswerHoldsUpNobody) {
     bool isPossible = true;
     // Its calls of execve() stay held up for ever.
     std::thread([&] {
-        const HeldCalls held(SYS_execve);
+        HeldCalls held(SYS_execve);
         isPossible = held.work();
         if (!isPossible) {
             return;
