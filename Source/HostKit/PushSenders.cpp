@@ -87,7 +87,7 @@ std::size_t PushSenders::count() const {
     return lanes_.size();
 }
 
-void PushSenders::push(PushRef push) {
+void PushSenders::push(const PushRef& push) {
     std::string loser;
     bool hasThread = true;
     {

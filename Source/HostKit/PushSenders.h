@@ -67,7 +67,7 @@ public:
     std::size_t count() const;
 
     /// Queues `push` for every lane. Where the system gives no thread, it waits for the next call.
-    void push(PushRef push);
+    void push(const PushRef& push);
 
     /// False when something still waits at `deadline`. Ports that are gone wait for nothing.
     bool waitUntilSent(std::chrono::steady_clock::time_point deadline);

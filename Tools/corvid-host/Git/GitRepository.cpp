@@ -114,12 +114,12 @@ bool isAboutTrust(const git_error* error) {
 std::string otherOwner(const std::string& folder) {
     const std::filesystem::path found(repositoryAbove(folder).value_or(folder));
     const std::filesystem::path tree = found.filename() == ".git" ? found.parent_path() : found;
-    struct stat item{};
     std::string owner = "another user";
-    if (stat(tree.c_str(), &item) == 0 && item.st_uid != geteuid()) {
-        owner = fmt::format("another user (number {})", item.st_uid);
-    } else if (stat(found.c_str(), &item) == 0 && item.st_uid != geteuid()) {
-        owner = fmt::format("another user (number {})", item.st_uid);
+    for (const std::filesystem::path& path : {found, tree}) {
+        struct stat item{};
+        if (stat(path.c_str(), &item) == 0 && item.st_uid != geteuid()) {
+            owner = fmt::format("another user (number {})", item.st_uid);
+        }
     }
     return fmt::format(
         "{} belongs to {}, whose settings of git are not trusted; if you trust them, "

@@ -19,11 +19,11 @@ bool FolderItems::forgetOne() {
     // From this news on somebody has not been told.
     std::uint64_t untold = std::numeric_limits<std::uint64_t>::max();
     for (const Reader* const reader : readers_) {
-        if (reader->next != nullptr) {
-            untold = std::min(untold, reader->next->second.noted);
+        if (reader->next_ != nullptr) {
+            untold = std::min(untold, reader->next_->second.noted_);
         }
     }
-    while (oldest_ != nullptr && oldest_->second.noted < untold) {
+    while (oldest_ != nullptr && oldest_->second.noted_ < untold) {
         Node& node = *oldest_;
         unlink(node);
         if (node.second.state == Item::State::idle) {
@@ -32,15 +32,15 @@ bool FolderItems::forgetOne() {
         }
         // One that is being asked about comes back to the list with its answer; until then it is
         // not in the way of those behind it.
-        node.second.wasUnlinked = true;
+        node.second.wasUnlinked_ = true;
     }
     return false;
 }
 
 bool FolderItems::isUnwanted(const Node& node) const {
     const Item& item = node.second;
-    return item.noted == 0 && !item.wasUnlinked &&
-           std::ranges::none_of(item.askers, [this](const Item::Asker& asker) {
+    return item.noted_ == 0 && !item.wasUnlinked_ &&
+           std::ranges::none_of(item.askers_, [this](const Item::Asker& asker) {
                return asker.isOpen && isReader(asker.reader);
            });
 }
@@ -52,10 +52,10 @@ void FolderItems::clear() {
 }
 
 void FolderItems::addReader(Reader& reader) {
-    reader.id = ++lastReader_;
-    reader.told = 0;
-    reader.joined = lastNews_;
-    reader.next = oldest_;
+    reader.id_ = ++lastReader_;
+    reader.told_ = 0;
+    reader.joined_ = lastNews_;
+    reader.next_ = oldest_;
     readers_.push_back(&reader);
 }
 
@@ -65,8 +65,8 @@ void FolderItems::removeReader(Reader& reader) {
 }
 
 void FolderItems::addAsker(Node& node, const Reader& reader) {
-    std::vector<Item::Asker>& askers = node.second.askers;
-    const auto asker = std::ranges::find(askers, reader.id, &Item::Asker::reader);
+    std::vector<Item::Asker>& askers = node.second.askers_;
+    const auto asker = std::ranges::find(askers, reader.id_, &Item::Asker::reader);
     if (asker != askers.end()) {
         asker->isOpen = true;
         return;
@@ -74,11 +74,11 @@ void FolderItems::addAsker(Node& node, const Reader& reader) {
     if (askers.size() >= readers_.size()) {
         std::erase_if(askers, [this](const Item::Asker& one) { return !isReader(one.reader); });
     }
-    askers.push_back({reader.id, true, false});
+    askers.push_back({reader.id_, true, false});
 }
 
 void FolderItems::noteAnswer(Node& node) {
-    for (Item::Asker& asker : node.second.askers) {
+    for (Item::Asker& asker : node.second.askers_) {
         asker.isAnswered = asker.isAnswered || asker.isOpen;
         asker.isOpen = false;
     }
@@ -89,71 +89,71 @@ void FolderItems::note(Node& node, bool isForAll) {
     Item& item = node.second;
     // What a reader was to be told already must not get lost as the item moves to the end.
     const bool wasUntold =
-        item.changed != 0 && std::ranges::any_of(readers_, [&](const Reader* reader) {
-            return reader->next != nullptr && reader->next->second.noted <= item.noted;
+        item.changed_ != 0 && std::ranges::any_of(readers_, [&](const Reader* reader) {
+            return reader->next_ != nullptr && reader->next_->second.noted_ <= item.noted_;
         });
-    isForAll = isForAll || wasUntold || item.wasUnlinked;
-    item.wasUnlinked = false;
-    if (item.noted != 0) {
+    isForAll = isForAll || wasUntold || item.wasUnlinked_;
+    item.wasUnlinked_ = false;
+    if (item.noted_ != 0) {
         for (Reader* const reader : readers_) {
-            if (reader->next == &node) {
-                reader->next = item.newer;
+            if (reader->next_ == &node) {
+                reader->next_ = item.newer_;
             }
         }
         unlink(node);
     }
-    item.noted = ++lastNews_;
+    item.noted_ = ++lastNews_;
     if (isForAll) {
-        item.changed = item.noted;
+        item.changed_ = item.noted_;
     }
-    item.older = newest_;
-    (newest_ != nullptr ? newest_->second.newer : oldest_) = &node;
+    item.older_ = newest_;
+    (newest_ != nullptr ? newest_->second.newer_ : oldest_) = &node;
     newest_ = &node;
     for (Reader* const reader : readers_) {
-        if (reader->next == nullptr) {
-            reader->next = &node;
+        if (reader->next_ == nullptr) {
+            reader->next_ = &node;
         }
     }
 }
 
 void FolderItems::unlink(Node& node) {
     Item& item = node.second;
-    (item.older != nullptr ? item.older->second.newer : oldest_) = item.newer;
-    (item.newer != nullptr ? item.newer->second.older : newest_) = item.older;
-    item.older = nullptr;
-    item.newer = nullptr;
-    item.noted = 0;
+    (item.older_ != nullptr ? item.older_->second.newer_ : oldest_) = item.newer_;
+    (item.newer_ != nullptr ? item.newer_->second.older_ : newest_) = item.older_;
+    item.older_ = nullptr;
+    item.newer_ = nullptr;
+    item.noted_ = 0;
 }
 
 bool FolderItems::isReader(std::uint64_t id) const {
-    return std::ranges::any_of(readers_, [id](const Reader* reader) { return reader->id == id; });
+    return std::ranges::any_of(readers_, [id](const Reader* reader) { return reader->id_ == id; });
 }
 
 void FolderItems::takeNews(Reader& reader, std::vector<ItemBadge>& badges) {
-    while (reader.next != nullptr && badges.size() < kMaxBatchSize) {
-        const Node& node = *reader.next;
-        Item& item = reader.next->second;
+    while (reader.next_ != nullptr && badges.size() < kMaxBatchSize) {
+        const Node& node = *reader.next_;
+        Item& item = reader.next_->second;
         const bool isAnswer = takeAnswer(item, reader);
         const bool isNew =
-            reader.told < item.changed || (item.noted <= reader.joined && !item.badge.empty());
+            reader.told_ < item.changed_ || (item.noted_ <= reader.joined_ && !item.badge.empty());
         if (isAnswer || isNew) {
             badges.push_back({node.first, item.badge, isAnswer});
         }
-        reader.told = item.noted;
-        reader.next = item.newer;
+        reader.told_ = item.noted_;
+        reader.next_ = item.newer_;
     }
 }
 
 bool FolderItems::takeAnswer(Item& item, const Reader& reader) {
-    const auto asker = std::ranges::find(item.askers, reader.id, &Item::Asker::reader);
-    if (asker == item.askers.end() || !asker->isAnswered) {
+    const auto asker = std::ranges::find(item.askers_, reader.id_, &Item::Asker::reader);
+    if (asker == item.askers_.end() || !asker->isAnswered) {
         return false;
     }
     asker->isAnswered = false;
     if (!asker->isOpen) {
-        item.askers.erase(asker);
-        if (item.askers.empty()) {
-            item.askers.shrink_to_fit();
+        item.askers_.erase(asker);
+        if (item.askers_.empty()) {
+            item.askers_.shrink_to_fit();
         }
     }
     return true;

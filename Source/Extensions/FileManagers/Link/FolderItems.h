@@ -26,10 +26,10 @@ public:
     /// removeReader().
     class Reader {
         friend class FolderItems;
-        std::uint64_t id = 0;
-        std::uint64_t joined = 0; ///< the number of the newest news when the reader came
-        std::uint64_t told = 0;   ///< that of the news that the reader was told last
-        Node* next = nullptr;     ///< the first item that may have news; null for none
+        std::uint64_t id_ = 0;
+        std::uint64_t joined_ = 0; ///< the number of the newest news when the reader came
+        std::uint64_t told_ = 0;   ///< that of the news that the reader was told last
+        Node* next_ = nullptr;     ///< the first item that may have news; null for none
     };
 
     struct Item {
@@ -49,12 +49,12 @@ public:
             bool isOpen = false;     ///< an answer is to come
             bool isAnswered = false; ///< one has come, and the reader is to be told
         };
-        bool wasUnlinked = false;
-        std::vector<Asker> askers;
-        Node* older = nullptr;
-        Node* newer = nullptr;
-        std::uint64_t noted = 0;   ///< the number of its last news; 0 while it is not in the list
-        std::uint64_t changed = 0; ///< that of the last news that all readers are told
+        bool wasUnlinked_ = false;
+        std::vector<Asker> askers_;
+        Node* older_ = nullptr;
+        Node* newer_ = nullptr;
+        std::uint64_t noted_ = 0;   ///< the number of its last news; 0 while it is not in the list
+        std::uint64_t changed_ = 0; ///< that of the last news that all readers are told
     };
 
     std::size_t size() const { return items_.size(); }
@@ -89,7 +89,7 @@ public:
     void noteAnswer(Node& node);
 
     /// Whether takeNews() may have something; it need not.
-    bool mayHaveNews(const Reader& reader) const { return reader.next != nullptr; }
+    bool mayHaveNews(const Reader& reader) const { return reader.next_ != nullptr; }
     /// Moves the reader's news to `badges`, until it holds kMaxBatchSize.
     void takeNews(Reader& reader, std::vector<ItemBadge>& badges);
 
