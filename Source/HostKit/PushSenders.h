@@ -24,9 +24,9 @@ namespace corvid::hostkit {
 ///
 /// A thread takes the oldest push of a lane, sends it, and turns to the lane that has waited
 /// longest. An extension that hangs costs its thread the send's time-out, a second, and is then
-/// left alone for a pause. One thread is kept for those whose last push arrived: so however many
-/// extensions hang, one that answers is held up at most once, for the second in which as many as
-/// there are threads are found to hang.
+/// left alone for a pause. One thread is kept for those whose last push arrived: so
+/// extensions that hang hold up one that answers only until they are found to: a second for each
+/// kMostThreads of them.
 ///
 /// A push that failed is tried again for as long as the port may be there: when the system lacks
 /// descriptors or memory, and so cannot tell, the pushes wait. Only a port that is gone ends its
