@@ -103,7 +103,8 @@ void PushSenders::push(const PushRef& push) {
             lane->waiting.add(push);
             waitingCount_ += lane->waiting.size() - before;
             if (waitingCount_ > mostWaiting_) {
-                loser = dropOldest();
+                const std::string dropped = dropOldest();
+                loser = loser.empty() ? dropped : loser; // a lane that loses more says nothing
             }
         }
         hasThread = startThread();
