@@ -387,8 +387,8 @@ def a_front_end_that_does_not_read_for_a_while(storm, step, generator):
             asked = [b"%05d " % number + b"n" * generator.randint(0, 120)
                      for number in range(10_000)]
             many = volume + b"/" + names.CLICKS + b"/many-entries"
-            connection.say(link.begin(folder) + link.asks(folder, asked)
-                           + link.menu_request(1, 1, volume + b"/" + names.CLICKS, many))
+            connection.say_much(link.begin(folder) + link.asks(folder, asked)
+                                + link.menu_request(1, 1, volume + b"/" + names.CLICKS, many))
             storm.pause(step.seconds)
             missing = take_answers(connection, asked, ANSWER_LIMIT, storm)
         except (OSError, link.HungUp) as error:
@@ -486,8 +486,8 @@ def a_front_end_that_begins_and_ends_folders(storm, step, generator):
             end_at = storm.now() + step.seconds
             while storm.now() < end_at and not storm.is_over.is_set():
                 folders = [volume + b"/folder-%d" % generator.randrange(400) for _ in range(100)]
-                connection.say(b"".join(link.begin(folder) for folder in folders)
-                               + b"".join(link.end(folder) for folder in folders))
+                connection.say_much(b"".join(link.begin(folder) for folder in folders)
+                                    + b"".join(link.end(folder) for folder in folders))
                 count += len(folders)
                 connection.next_frame(0.01)
         except (OSError, TimeoutError, link.HungUp) as error:

@@ -1,5 +1,6 @@
 """The front end's end of the Finder link, written from docs/finder-link-protocol.md."""
 
+import select
 import socket
 import struct
 import time
@@ -10,6 +11,8 @@ MENU_REQUEST, MENU_REPLY, CLICK, CLICK_REPLY = 10, 11, 12, 13
 STATUS_REQUEST, STATUS_REPLY, HOST_STATE, PING, PONG = 14, 15, 16, 17, 18
 MAX_BATCH = 4096
 ENABLED, HAS_SUBMENU = 1, 16
+# Seconds that a connection is not read while what it sends is not taken.
+UNREAD_FOR = 5
 
 
 class HungUp(Exception):
@@ -127,7 +130,31 @@ class Connection:
         self.socket.close()
 
     def say(self, data):
+        """Sends all of it, and reads nothing meanwhile."""
         self.socket.sendall(data)
+
+    def say_much(self, data):
+        """Sends all of it. A front end that has much to say and does not read is not read from
+        either, once much waits for it; so this reads when nothing is taken for a while."""
+        rest = memoryview(data)
+        patience = self.socket.gettimeout()
+        while rest:
+            _, writable, _ = select.select([], [self.socket], [], min(patience, UNREAD_FOR))
+            readable = []
+            if not writable:
+                readable, writable, _ = select.select([self.socket], [self.socket], [], patience)
+            if writable:
+                rest = rest[self.socket.send(rest):]
+            elif readable:
+                self._receive()
+            else:
+                raise TimeoutError(f"{len(rest)} bytes were not taken within {patience} s")
+
+    def _receive(self):
+        data = self.socket.recv(1 << 18)
+        if not data:
+            raise HungUp
+        self.received += data
 
     def next_frame(self, seconds):
         """(type, fields), or None when that time has passed."""
@@ -144,14 +171,11 @@ class Connection:
                 return None
             self.socket.settimeout(max(left, 0.001))
             try:
-                data = self.socket.recv(1 << 18)
+                self._receive()
             except TimeoutError:
                 return None
             finally:
                 self.socket.settimeout(30)
-            if not data:
-                raise HungUp
-            self.received += data
 
     def wait_for(self, kind, seconds, matches=lambda fields: True):
         """The fields of the next frame of that type, those of others being passed over."""
